@@ -1,0 +1,122 @@
+/*
+ * Software-management platform library: file, string and configuration helpers.
+ * Later additions (sockets, board facts, users, CMS) extend this header.
+ */
+#ifndef SWM_H
+#define SWM_H
+
+#include <stdint.h>
+#include <stdio.h>
+#include <sys/types.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define SWM_API __attribute__((visibility("default")))
+
+/* Results of the SWM_ functions that return a status. */
+#define SWM_OK 0u
+#define SWM_ERR_PARAM 1u     /* empty pointer or invalid argument */
+#define SWM_ERR_IO 2u        /* a system call failed; errno tells which */
+#define SWM_ERR_FORMAT 3u    /* malformed input (INI syntax) */
+#define SWM_ERR_NOT_FOUND 4u /* section or key not present */
+#define SWM_ERR_TOO_LONG 5u  /* a value does not fit the caller's buffer */
+#define SWM_ERR_NOMEM 6u     /* out of memory */
+
+/* ---- files ---- */
+
+/* open(2) with a status result: *fd receives the descriptor (close-on-exec is always added).
+ * The mode argument is read, as by open(2), only when flags hold O_CREAT or O_TMPFILE.
+ * EINTR is retried. SWM_ERR_PARAM for NULL path or fd, SWM_ERR_IO (errno kept) when open(2)
+ * fails; *fd is written only on success. */
+SWM_API uint32_t SWM_Open(const char *path, int flags, int *fd, ...);
+/* fopen(3) with a status result; *stream receives the stream, opened close-on-exec ("e" is
+ * added to mode). SWM_ERR_PARAM for NULL arguments or a mode that does not begin with r, w or a
+ * (or is longer than 14 characters), SWM_ERR_IO (errno kept) when fopen(3) fails; *stream is
+ * written only on success. */
+SWM_API uint32_t SWM_Fopen(const char *path, const char *mode, FILE **stream);
+/* Creates dir together with any missing parents (dir itself included). Directories created
+ * here get uid, gid and exactly mode, whatever the umask; existing ones are left as they are.
+ * SWM_OK also when dir already exists; SWM_ERR_PARAM for NULL or empty dir; SWM_ERR_IO (errno
+ * kept, ENOTDIR when a component is not a directory) on failure, after removing again what
+ * this call created. */
+SWM_API uint32_t SWM_MkParentDir(const char *dir, uid_t uid, gid_t gid, mode_t mode);
+/* Changes the owner of path. followLinks 1 changes the target of a symbolic link (chown),
+ * 0 the link itself (lchown); any other value and NULL path give SWM_ERR_PARAM.
+ * SWM_ERR_IO (errno kept) when the call fails. */
+SWM_API uint32_t SWM_Chown(int followLinks, const char *path, uid_t uid, gid_t gid);
+
+/* ---- strings ---- */
+
+/* Non-zero when str is non-empty and holds decimal digits only. */
+SWM_API int SWM_IsDigitString(const char *str);
+/* Non-zero when str is empty or holds only isspace() characters (NULL counts as blank). */
+SWM_API int SWM_IsSpaceString(const char *str);
+/* Removes leading and trailing isspace() characters in place. SWM_ERR_PARAM for NULL. */
+SWM_API uint32_t SWM_StringTrim(char *str);
+/* Splits str at every character of separators into a newly allocated array of *count field
+ * pointers; array and field texts live in one block released with a single free(), and
+ * (*array)[*count] is NULL. str itself is not changed. An empty str has no fields; otherwise
+ * n separator characters make n + 1 fields ("a=b=c" with "=" gives 3, "key=" gives "key" and
+ * an empty field). Flag SWM_SPLIT_KEEP_EMPTY keeps empty fields; without it (flags 0) they are
+ * skipped ("key=" then gives 1 field). *array is a block to free even when *count is 0.
+ * SWM_ERR_PARAM for NULL arguments or unknown flags, SWM_ERR_NOMEM; outputs are written only
+ * on success. */
+#define SWM_SPLIT_KEEP_EMPTY 1u
+SWM_API uint32_t SWM_TransString2Array(const char *str, const char *separators, char ***array,
+                                       uint32_t *count, uint32_t flags);
+/* Non-zero when both strings are present and equal. */
+SWM_API int SWM_IsStringEqual(const char *a, const char *b);
+/* 1 when str begins with prefix / ends with suffix (both present), else 0. */
+SWM_API int SWM_IsPrefixString(const char *str, const char *prefix);
+SWM_API int SWM_IsPostfixString(const char *str, const char *suffix);
+
+/* ---- sectioned INI files ----
+ * Syntax, line by line (lines of any length; surrounding isspace() characters, the CR of CRLF
+ * files included, are trimmed first):
+ *  - blank lines and lines whose first non-blank character is '#' or ';' are ignored;
+ *  - "[name]" (first character '[' and last ']') opens a section; the brackets are part of its
+ *    name, which holds at most 71 characters;
+ *  - "key=value" is split at the first '='; key and value are trimmed; the key must not be
+ *    empty and holds at most 128 characters, the value at most 1030; the key belongs to the
+ *    last section.
+ * Anything else, a key line before the first section, a NUL byte in a line, or a name or value
+ * longer than its record field makes the whole file malformed: a line is never cut or split
+ * into a further key. */
+#define SWM_INI_SECTION_LEN 72
+#define SWM_INI_KEY_LEN 129
+#define SWM_INI_VALUE_LEN 1031
+
+typedef struct SwmIniKey {
+  char name[SWM_INI_KEY_LEN];
+  char value[SWM_INI_VALUE_LEN];
+  struct SwmIniKey *next;
+} SWM_INI_KEY_S;
+
+typedef struct SwmIniSection {
+  char name[SWM_INI_SECTION_LEN];
+  SWM_INI_KEY_S *keys;
+  struct SwmIniSection *next;
+} SWM_INI_SECTION_S;
+
+/* Reads the stream to its end; returns the first section (the chain in file order, each with
+ * its keys in file order), or NULL for a NULL stream, a malformed or unreadable file or one
+ * without sections. Release with SWM_FreeProfile (which accepts NULL). */
+SWM_API SWM_INI_SECTION_S *SWM_IniLoadProfile(FILE *stream);
+SWM_API void SWM_FreeProfile(SWM_INI_SECTION_S *profile);
+/* Copies the value of key in section (first match) into value[valueLen]. The section is
+ * named with its brackets ("[board]"); only the first section of that name is searched, and
+ * its first key of that name wins. SWM_ERR_PARAM: NULL argument or valueLen 0;
+ * SWM_ERR_IO: file missing or unreadable; SWM_ERR_FORMAT: malformed file;
+ * SWM_ERR_NOT_FOUND: no such section or key (also for a file without sections);
+ * SWM_ERR_TOO_LONG: value and its terminator do not fit; SWM_ERR_NOMEM.
+ * On every failure except a NULL value or valueLen 0, value is set to "". */
+SWM_API uint32_t SWM_IniGetValue(const char *file, const char *section, const char *key,
+                                 char *value, uint32_t valueLen);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* SWM_H */
