@@ -7,8 +7,8 @@
 
 #include "bootinit/common.h"
 #include "bootinit/log.h"
-#include "common/support/messages.hpp"
 #include "boundedstr.h"
+#include "common/support/messages.hpp"
 #include "swm.h"
 #include "tkal.h"
 
@@ -63,13 +63,14 @@ uint32_t GetValueInLine(char *line, char *valueBuf, uint32_t valueBufLen) {
   }
   FieldArray fields(rawFields);
   if (count != 2) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Get string array num[%u] error.",
-                       count);
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                       "[BOOT_INIT][ERROR]:Get string array num[%u] error.", count);
     return BOOT_INIT_ERROR;
   }
   char *value = fields.get()[1];
   if (SWM_StringTrim(value) != 0) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Trim string[%s] failed.", value);
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Trim string[%s] failed.",
+                       value);
     return BOOT_INIT_ERROR;
   }
   // Kept as designed: unsigned "length - 1", so an empty value counts as too long, and values

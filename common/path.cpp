@@ -89,15 +89,14 @@ uint32_t CanonicalOfNewFile(const char *path, std::span<char> out) {
 
 uint32_t GetCanonicalFilepath(const char *path, char *outBuf, uint32_t outBufLen) {
   char canonical[kPathBufLen] = {};
-  const uint32_t ret =
-      TKAL_IsFileExist(path)
-          ? BOOT_INIT_Trans2CanonicalFilepath(path, canonical, sizeof(canonical))
-          : CanonicalOfNewFile(path, canonical);
+  const uint32_t ret = TKAL_IsFileExist(path)
+                           ? BOOT_INIT_Trans2CanonicalFilepath(path, canonical, sizeof(canonical))
+                           : CanonicalOfNewFile(path, canonical);
   if (ret != BOOT_INIT_OK || outBufLen <= std::strlen(canonical)) {
     return BOOT_INIT_ERROR;
   }
   return snprintf_s(outBuf, outBufLen, outBufLen - 1u, "%s", canonical) < 0 ? BOOT_INIT_ERROR
-                                                                           : BOOT_INIT_OK;
+                                                                            : BOOT_INIT_OK;
 }
 
 }  // namespace bootinit::path

@@ -30,7 +30,8 @@ uint32_t BOOT_INIT_IsIncludeInvalidChar(const char *str, uint32_t len) {
   }
   for (uint32_t i = 0; i < len; ++i) {
     if (std::strchr(bootinit::text::kDangerousChars, str[i]) != nullptr) {
-      BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:str include invalid character");
+      BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                         "[BOOT_INIT][ERROR]:str include invalid character");
       return 1;
     }
   }

@@ -32,8 +32,8 @@ class ThreadAttr {
 uint32_t CreateDetached(void *(*startRoutine)(void *), void *arg, pthread_t *threadId) {
   ThreadAttr attr;
   if (attr.initResult() != 0) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:thread attr init failed, ret=%d.",
-                       attr.initResult());
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                       "[BOOT_INIT][ERROR]:thread attr init failed, ret=%d.", attr.initResult());
     return BOOT_INIT_ERROR;
   }
   int ret = pthread_attr_setdetachstate(attr.get(), PTHREAD_CREATE_DETACHED);

@@ -1,7 +1,8 @@
 // BOOT_INIT_DoOperation: argument vector in, one operation call out.
+#include "bootinit/dispatch.h"
+
 #include <cstdlib>
 
-#include "bootinit/dispatch.h"
 #include "bootinit/log.h"
 #include "swm.h"
 

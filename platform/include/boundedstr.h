@@ -46,10 +46,10 @@ extern "C" {
 typedef int errno_t;
 
 /* Error numbers; the _AND_RESET forms say that the destination was cleared as well. */
-#define BOUNDED_EINVAL 22          /* destination pointer is NULL */
-#define BOUNDED_EINVAL_AND_RESET 150 /* NULL source or unterminated dest; dest was cleared */
-#define BOUNDED_ERANGE 34          /* destMax zero or beyond BOUNDED_MAX_LEN */
-#define BOUNDED_ERANGE_AND_RESET 162 /* source does not fit; destination was cleared */
+#define BOUNDED_EINVAL 22              /* destination pointer is NULL */
+#define BOUNDED_EINVAL_AND_RESET 150   /* NULL source or unterminated dest; dest was cleared */
+#define BOUNDED_ERANGE 34              /* destMax zero or beyond BOUNDED_MAX_LEN */
+#define BOUNDED_ERANGE_AND_RESET 162   /* source does not fit; destination was cleared */
 #define BOUNDED_EOVERLAP_AND_RESET 182 /* source and destination overlap; destination cleared */
 
 /* Largest size any bounded function accepts; a larger destMax is taken as a caller bug. */

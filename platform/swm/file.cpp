@@ -16,9 +16,7 @@ namespace {
 constexpr size_t kModeBufferSize = 16;
 
 // open(2) reads a mode only when it may create a file; so must we, or va_arg would read junk.
-bool TakesMode(int flags) {
-  return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
-}
+bool TakesMode(int flags) { return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE; }
 
 // Appends "e" (close-on-exec) to an fopen(3) mode so no stream leaks into started programs.
 bool CloseOnExecMode(const char *mode, char (&out)[kModeBufferSize]) {
@@ -58,8 +56,7 @@ extern "C" uint32_t SWM_Open(const char *path, int flags, int *fd, ...) {
 
 extern "C" uint32_t SWM_Fopen(const char *path, const char *mode, FILE **stream) {
   char fullMode[kModeBufferSize] = {};
-  if (path == nullptr || stream == nullptr || mode == nullptr ||
-      !CloseOnExecMode(mode, fullMode)) {
+  if (path == nullptr || stream == nullptr || mode == nullptr || !CloseOnExecMode(mode, fullMode)) {
     return SWM_ERR_PARAM;
   }
   FILE *opened = nullptr;

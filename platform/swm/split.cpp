@@ -11,8 +11,7 @@ namespace {
 // separator characters has n + 1 fields; empty ones are visited only when keepEmpty is set.
 // An empty text has no fields at all.
 template <typename Visit>
-void ForEachField(std::string_view text, std::string_view separators, bool keepEmpty,
-                  Visit visit) {
+void ForEachField(std::string_view text, std::string_view separators, bool keepEmpty, Visit visit) {
   if (text.empty()) {
     return;
   }

@@ -120,7 +120,7 @@ uint32_t MakeChain(const std::string &path, uid_t uid, gid_t gid, mode_t mode) {
 }  // namespace
 
 extern "C" uint32_t TKAL_MkDirWithUserGroup(const char *path, const char *userName,
-                                          const char *groupName, mode_t mode) {
+                                            const char *groupName, mode_t mode) {
   if (path == nullptr || path[0] == '\0') {
     errno = path == nullptr ? EINVAL : ENOENT;
     return 1;

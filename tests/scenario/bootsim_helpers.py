@@ -98,11 +98,18 @@ class Board:
     # ------------------------------------------------------------------ running
 
     def run(self, *args, input=None, env=None, timeout=DEFAULT_TIMEOUT, check=False):
-        """Run ARGS inside the board. stdin is empty unless INPUT (bytes or str) is given."""
+        """Run ARGS inside the board. stdin is empty unless INPUT (bytes or str) is given.
+
+        A build directory kept in the host's /tmp is passed through into the board, so that
+        its binaries can be started by scripts inside the board too."""
         if isinstance(input, str):
             input = input.encode()
-        return bootsim("run", self.root, "--", *args, input=input, env=env, timeout=timeout,
-                       check=check)
+        options = []
+        build = os.path.abspath(build_dir())
+        if build.startswith("/tmp/") and os.path.isdir(build):
+            options += ["--host-path", build]
+        return bootsim("run", *options, self.root, "--", *args, input=input, env=env,
+                       timeout=timeout, check=check)
 
     def sh(self, script, **kwargs):
         """Run a shell script inside the board."""

@@ -1,6 +1,7 @@
 """Tests of the board sandbox itself (bootsim); they use only shell tools inside the boards."""
 import json
 import os
+import shutil
 import stat
 import struct
 import subprocess
@@ -8,7 +9,7 @@ import uuid
 
 import pytest
 
-from bootsim_helpers import Board, bootsim, bootsim_path
+from bootsim_helpers import Board, bootsim, bootsim_path, build_dir
 
 # Directories replaced by the board, with a writable spot in each (as seen inside the board).
 BOARD_DIRS = ["/opt", "/etc", "/var/lib", "/usr/local/conf", "/boot", "/dev/shm", "/tmp"]
@@ -237,6 +238,59 @@ def test_exit_status_and_stdio_pass_through(board):
     # without "--" the command starts at the first word after ROOT
     result = bootsim("run", b.root, "echo", "--flag", check=False)
     assert result.stdout == b"--flag\n"
+
+
+@pytest.fixture
+def host_tmp_dir():
+    """A fresh directory in the host's /tmp (like a build tree kept there)."""
+    path = f"/tmp/{unique()}"
+    os.mkdir(path)
+    yield path
+    shutil.rmtree(path)
+
+
+def test_program_in_the_host_tmp_runs_inside(board, host_tmp_dir):
+    b = board()
+    os.mkdir(f"{host_tmp_dir}/bin")
+    tool = f"{host_tmp_dir}/bin/tool"
+    with open(tool, "w") as f:
+        f.write('#!/bin/sh\necho "$@"; echo built > "$(dirname "$0")/out"; ls -A /tmp\n')
+    os.chmod(tool, 0o755)
+    host_tmp = listing("/tmp")
+    result = b.run(tool, "--gtest_list_tests")
+    assert result.returncode == 0, result.stderr
+    lines = result.stdout.decode().split()
+    assert lines[0] == "--gtest_list_tests"
+    # nothing else of the host's /tmp (but a build directory kept there, see Board.run)
+    assert os.path.basename(host_tmp_dir) in lines[1:]
+    assert set(lines[1:]) <= {os.path.basename(host_tmp_dir), os.path.basename(build_dir())}
+    with open(f"{host_tmp_dir}/bin/out") as f:
+        assert f.read() == "built\n"                       # the build tree stays writable
+    assert os.listdir(b.path(host_tmp_dir)) == []           # only an empty mount point
+    assert listing("/tmp") - host_tmp == set()
+    # the same through exec, with the working directory in the host's /tmp directory
+    result = subprocess.run([str(bootsim_path()), "exec", "--", "bin/tool"], cwd=host_tmp_dir,
+                            stdout=subprocess.PIPE)
+    assert result.returncode == 0
+    # and a relative program name resolved in the caller's directory
+    result = subprocess.run([str(bootsim_path()), "run", str(b.root), "./tool", "x"],
+                            cwd=f"{host_tmp_dir}/bin", stdout=subprocess.PIPE)
+    assert result.stdout.decode().split()[0] == "x"
+
+
+def test_host_path_option(board, host_tmp_dir):
+    b = board()
+    with open(f"{host_tmp_dir}/data", "w") as f:
+        f.write("shared\n")
+    result = bootsim("run", "--host-path", host_tmp_dir, b.root, "cat", f"{host_tmp_dir}/data")
+    assert result.stdout == b"shared\n"
+    assert bootsim("run", b.root, "cat", f"{host_tmp_dir}/data", check=False).returncode == 1
+    refused = bootsim("run", "--host-path", "/etc/passwd", b.root, "true", check=False)
+    assert refused.returncode == 125
+    assert b"its own" in refused.stderr
+    b.write(f"{host_tmp_dir}/data", "board's own\n")
+    refused = bootsim("run", "--host-path", f"{host_tmp_dir}/data", b.root, "true", check=False)
+    assert refused.returncode == 125
 
 
 def test_run_refuses_a_non_board(tmp_path):

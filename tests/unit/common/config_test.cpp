@@ -83,15 +83,13 @@ TEST_F(ConfigTest, ValueInLineRefusesEmptyPointers) {
   char line[] = "a=b";
   EXPECT_EQ(BOOT_INIT_GetValueInLine(nullptr, value_, sizeof(value_)), 0xFFFFFFFFu);
   EXPECT_EQ(BOOT_INIT_GetValueInLine(line, nullptr, 10), 0xFFFFFFFFu);
-  EXPECT_THAT(MainLog(),
-              ElementsAre("[BOOT_INIT][ERROR]:input param is null when check null 1",
-                          "[BOOT_INIT][ERROR]:input param is null when check null 1"));
+  EXPECT_THAT(MainLog(), ElementsAre("[BOOT_INIT][ERROR]:input param is null when check null 1",
+                                     "[BOOT_INIT][ERROR]:input param is null when check null 1"));
 }
 
 TEST_F(ConfigTest, CfgValueOfTheFirstMatchingLine) {
   WriteFile("/etc/swm_user.conf", "\n   \nother=1\nswm_log_path   =   /x/y\nswm_log_path=/later\n");
-  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_,
-                                      sizeof(value_)),
+  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_, sizeof(value_)),
             0u);
   EXPECT_STREQ(value_, "/x/y");
   EXPECT_THAT(MainLog(), ElementsAre());
@@ -99,13 +97,11 @@ TEST_F(ConfigTest, CfgValueOfTheFirstMatchingLine) {
 
 TEST_F(ConfigTest, CfgKeyIsAPlainSubstring) {
   WriteFile("/etc/swm_user.conf", "old_swm_log_path=1\nswm_log_path=/x\n");
-  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_,
-                                      sizeof(value_)),
+  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_, sizeof(value_)),
             0u);
   EXPECT_STREQ(value_, "1");
   WriteFile("/etc/swm_user.conf", "# swm_log_path=/commented\n");
-  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_,
-                                      sizeof(value_)),
+  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_, sizeof(value_)),
             0u);
   EXPECT_STREQ(value_, "/commented");
 }
@@ -113,8 +109,7 @@ TEST_F(ConfigTest, CfgKeyIsAPlainSubstring) {
 TEST_F(ConfigTest, CfgFirstMatchWithTwoSeparatorsEndsTheSearch) {
   WriteFile("/etc/swm_user.conf", "swm_log_path=a=b\nswm_log_path=/good\n");
   std::strcpy(value_, "previous");
-  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_,
-                                      sizeof(value_)),
+  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_, sizeof(value_)),
             0xFFFFFFFFu);
   EXPECT_THAT(MainLog(),
               ElementsAre("[BOOT_INIT][ERROR]:Get string array num[3] error.",
@@ -137,8 +132,7 @@ TEST_F(ConfigTest, CfgBlankLinesNeverMatchEvenAnEmptyKey) {
 
 TEST_F(ConfigTest, CfgMissingKeyAndMissingFile) {
   WriteFile("/etc/swm_user.conf", "a=1\n");
-  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_,
-                                      sizeof(value_)),
+  EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/swm_user.conf", "swm_log_path", value_, sizeof(value_)),
             0xFFFFFFFFu);
   EXPECT_EQ(BOOT_INIT_GetValueFromCfg("/etc/none.conf", "k", value_, sizeof(value_)), 0xFFFFFFFFu);
   EXPECT_THAT(MainLog(),

@@ -59,8 +59,8 @@ TEST_F(TextTest, LengthBeyondTheStringReachesItsTerminator) {
 TEST_F(TextTest, BadArgumentsCountAsInvalid) {
   EXPECT_EQ(BOOT_INIT_IsIncludeInvalidChar(nullptr, 3), 1u);
   EXPECT_EQ(BOOT_INIT_IsIncludeInvalidChar("abc", 0), 1u);
-  EXPECT_THAT(MainLog(), ElementsAre("[BOOT_INIT][ERROR]:param error",
-                                     "[BOOT_INIT][ERROR]:param error"));
+  EXPECT_THAT(MainLog(),
+              ElementsAre("[BOOT_INIT][ERROR]:param error", "[BOOT_INIT][ERROR]:param error"));
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include "bootinit/dispatch.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -5,7 +7,6 @@
 #include <vector>
 
 #include "board_files.hpp"
-#include "bootinit/dispatch.h"
 
 using testing::ElementsAre;
 
@@ -69,10 +70,10 @@ TEST_F(DispatchTest, NumbersOutsideTheTableLogBothLines) {
     testsupport::RemovePath(testsupport::kMainLogPath);
     EXPECT_EQ(Dispatch({number}), 0xFFFFFFFFu);
     const std::string n(number);
-    EXPECT_THAT(testsupport::MainLog(),
-                ElementsAre("[BOOT_INIT][ERROR]:Operation type value is invalid, operType = " + n +
-                                ".",
-                            "[BOOT_INIT][ERROR]:Can not find operation func by type = " + n));
+    EXPECT_THAT(
+        testsupport::MainLog(),
+        ElementsAre("[BOOT_INIT][ERROR]:Operation type value is invalid, operType = " + n + ".",
+                    "[BOOT_INIT][ERROR]:Can not find operation func by type = " + n));
   }
 }
 

@@ -55,8 +55,7 @@ TEST_F(LogRecordTest, InitFillsAllThreeRecords) {
                "app_boot.log");
   ExpectRecord(BOOT_INIT_GetSafeLogInfo(), 65536, 0, "/var/lib/swm/workdir/var/log",
                "boot_security.log");
-  ExpectRecord(BOOT_INIT_GetDcSafeLogInfo(), 65536, 0, "/opt/kytv8/var/log",
-               "boot_security.log");
+  ExpectRecord(BOOT_INIT_GetDcSafeLogInfo(), 65536, 0, "/opt/kytv8/var/log", "boot_security.log");
 }
 
 TEST_F(LogRecordTest, MissingUserFileIsReportedOnceThroughTheSafeLogInit) {

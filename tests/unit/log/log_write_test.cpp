@@ -112,9 +112,8 @@ TEST_F(LogWriteTest, EachTypeGoesToItsFileWithItsHeader) {
   const uint64_t safeLen = safeLine.size();
   const uint32_t dcHeader[3] = {static_cast<uint32_t>(dcLine.size()), 0, 0};
   EXPECT_EQ(LogText(kMainLogPath, 0), kStamp + "[BOOT_INIT][INFO]:main\n");
-  EXPECT_EQ(ReadFile(kSafeLogPath),
-            std::string(reinterpret_cast<const char *>(&safeLen), 8) + std::string(2, '\0') +
-                safeLine);
+  EXPECT_EQ(ReadFile(kSafeLogPath), std::string(reinterpret_cast<const char *>(&safeLen), 8) +
+                                        std::string(2, '\0') + safeLine);
   EXPECT_EQ(ReadFile(kDcSafeLogPath),
             std::string(reinterpret_cast<const char *>(dcHeader), 12) + dcLine);
 }

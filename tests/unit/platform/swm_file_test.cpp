@@ -1,5 +1,6 @@
 // Tests of the file helpers of libswm: opening, directory chains and owner changes.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,8 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "swm.h"
 
@@ -131,8 +130,7 @@ TEST_F(SwmFileTest, OpenFailureLeavesTheDescriptorAlone) {
   EXPECT_EQ(fd, kUntouchedFd);
   WriteFile("exists", "");
   errno = 0;
-  EXPECT_EQ(SWM_Open(Path("exists").c_str(), O_WRONLY | O_CREAT | O_EXCL, &fd, 0600),
-            SWM_ERR_IO);
+  EXPECT_EQ(SWM_Open(Path("exists").c_str(), O_WRONLY | O_CREAT | O_EXCL, &fd, 0600), SWM_ERR_IO);
   EXPECT_EQ(errno, EEXIST);
   EXPECT_EQ(fd, kUntouchedFd);
 }

@@ -1,4 +1,5 @@
 // Tests of the INI reader of libswm: syntax, limits, malformed files and value lookup.
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,8 +13,6 @@
 #include <ostream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "swm.h"
 
@@ -400,9 +399,9 @@ TEST_F(SwmIniTest, GetValueReportsMalformedFiles) {
 
 TEST_F(SwmIniTest, GetValueReportsUnreadableFiles) {
   char value[16] = "stale";
-  EXPECT_EQ(SWM_IniGetValue((dir_.path() + "/missing.ini").c_str(), "[s]", "k", value,
-                            sizeof(value)),
-            SWM_ERR_IO);
+  EXPECT_EQ(
+      SWM_IniGetValue((dir_.path() + "/missing.ini").c_str(), "[s]", "k", value, sizeof(value)),
+      SWM_ERR_IO);
   EXPECT_STREQ(value, "");
   std::strcpy(value, "stale");
   EXPECT_EQ(SWM_IniGetValue(dir_.path().c_str(), "[s]", "k", value, sizeof(value)), SWM_ERR_IO);

@@ -1,10 +1,10 @@
 // Tests of the string helpers of libswm.
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "swm.h"
 

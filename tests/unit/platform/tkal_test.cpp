@@ -2,6 +2,7 @@
 #include "tkal.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -16,8 +17,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -385,12 +384,10 @@ TEST_F(TkalOwnerTest, MkDirCreatesChainWithOwnersAndModeWhateverTheUmask) {
 }
 
 TEST_F(TkalOwnerTest, MkDirUsesId2000ForUnknownNames) {
-  EXPECT_EQ(TKAL_MkDirWithUserGroup(Path("u").c_str(), "no-such-user-bootinit", "root", 0700),
-            0U);
+  EXPECT_EQ(TKAL_MkDirWithUserGroup(Path("u").c_str(), "no-such-user-bootinit", "root", 0700), 0U);
   EXPECT_EQ(StatOf(Path("u")).st_uid, kFallbackId);
   EXPECT_EQ(StatOf(Path("u")).st_gid, 0U);
-  EXPECT_EQ(TKAL_MkDirWithUserGroup(Path("g").c_str(), "root", "no-such-group-bootinit", 0700),
-            0U);
+  EXPECT_EQ(TKAL_MkDirWithUserGroup(Path("g").c_str(), "root", "no-such-group-bootinit", 0700), 0U);
   EXPECT_EQ(StatOf(Path("g")).st_uid, 0U);
   EXPECT_EQ(StatOf(Path("g")).st_gid, kFallbackId);
   EXPECT_EQ(TKAL_MkDirWithUserGroup(Path("n").c_str(), nullptr, nullptr, 0700), 0U);

@@ -99,7 +99,7 @@ inline int CountOpenFds() {
 }
 
 inline struct stat StatOf(const std::string &path) {
-  struct stat st{};
+  struct stat st {};
   ::stat(path.c_str(), &st);
   return st;
 }

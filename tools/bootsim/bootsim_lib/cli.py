@@ -25,9 +25,9 @@ COMMANDS_HELP = """\
 commands:
   create ROOT [--board FILE] [--set SECTION.KEY=VALUE ...]
                          create a board root
-  run ROOT [--] CMD [ARGS...]
+  run [--host-path PATH] ROOT [--] CMD [ARGS...]
                          run CMD inside the board; exits with CMD's status
-  exec [--keep] [--board FILE] [--set ...] -- CMD [ARGS...]
+  exec [--keep] [--board FILE] [--set ...] [--host-path PATH] -- CMD [ARGS...]
                          run CMD in a temporary board, then remove the board
   remove ROOT            delete a board root
   set ROOT SECTION.KEY=VALUE ... [--unset SECTION.KEY ...]
@@ -79,6 +79,14 @@ def _add_board_options(parser):
                         help=BOARD_OPTIONS_HELP["set"])
 
 
+def _add_host_path_option(parser):
+    parser.add_argument("--host-path", metavar="PATH", action="append", default=[],
+                        help="bind this host path, which lies in a directory the board replaces "
+                             "(/tmp, /opt, /var/lib, /boot, /usr/local/conf), into the board at "
+                             "the same place (repeatable). A CMD in the host's /tmp gets the top "
+                             "entry of its path (e.g. /tmp/build-x) bound automatically.")
+
+
 def build_parser():
     parser = argparse.ArgumentParser(prog="bootsim", description=OVERVIEW, epilog=COMMANDS_HELP,
                                      formatter_class=_Formatter)
@@ -94,18 +102,19 @@ def build_parser():
     _add_board_options(p)
 
     p = sub.add_parser("run", formatter_class=_Formatter,
-                       usage="bootsim run [-h] ROOT [--] CMD [ARGS...]",
+                       usage="bootsim run [-h] [--host-path PATH] ROOT [--] CMD [ARGS...]",
                        description="Run CMD inside the board ROOT. stdin, stdout and stderr pass "
                        "through; the exit status is CMD's. Inside, BOOTSIM_ROOT names the board "
                        "root and the working directory is the caller's (or / when that lies in "
                        "a directory the board replaces and does not exist in the board).")
     p.add_argument("root", metavar="ROOT")
+    _add_host_path_option(p)
     p.add_argument("command", metavar="CMD [ARGS...]", nargs="*",
                    help="command and its arguments, passed on untouched")
 
     p = sub.add_parser("exec", formatter_class=_Formatter,
                        usage="bootsim exec [-h] [--keep] [--board FILE] "
-                             "[--set SECTION.KEY=VALUE] -- CMD [ARGS...]",
+                             "[--set SECTION.KEY=VALUE] [--host-path PATH] -- CMD [ARGS...]",
                        description="Create a temporary board under $BOOTSIM_BOARDS (default "
                        "/tmp, named bootsim-XXXXXXXX), run CMD in it like `run`, remove the "
                        "board and exit with CMD's status. Without --keep the board lives in a "
@@ -115,6 +124,7 @@ def build_parser():
     p.add_argument("--keep", action="store_true",
                    help="create the board on disk and keep it; its root is printed to stderr")
     _add_board_options(p)
+    _add_host_path_option(p)
     p.add_argument("command", metavar="CMD [ARGS...]", nargs="*",
                    help="command and its arguments, passed on untouched")
 
@@ -173,8 +183,8 @@ def build_parser():
 # Commands that end with a command line passed on untouched: (positionals before it,
 # options taking a value).
 _COMMAND_RUNNERS = {
-    "run": (1, ()),
-    "exec": (0, ("--board", "--set")),
+    "run": (1, ("--host-path",)),
+    "exec": (0, ("--board", "--set", "--host-path")),
 }
 
 
@@ -235,7 +245,7 @@ def cmd_create(args):
 def cmd_run(args):
     from . import sandbox
     board = Board(args.root).require_board()
-    argv = sandbox.bwrap_args(board, args.command)
+    argv = sandbox.bwrap_args(board, args.command, host_paths=args.host_path)
     sys.stdout.flush()
     sys.stderr.flush()
     try:
@@ -292,7 +302,7 @@ def cmd_exec(args):
     board = Board(root)
     try:
         board.create(desc)
-        status = run_child(sandbox.bwrap_args(board, args.command))
+        status = run_child(sandbox.bwrap_args(board, args.command, host_paths=args.host_path))
     finally:
         if args.keep:
             print(f"bootsim: board kept at {root}", file=sys.stderr)

@@ -5,14 +5,25 @@ board's directories are bound over /opt, /var/lib, /etc, /usr/local, /boot, /tmp
 private mount, PID and network namespaces. Nothing is mounted on the host and no mount point is
 created outside the board root: every destination is either an existing host directory or lies
 inside a directory of the board.
+
+Host paths inside replaced directories can be passed through into the board ("host paths"):
+a command that lies in the host's /tmp (a build tree in /tmp/build-x, say) gets the top entry
+of its path (/tmp/build-x) bound into the board at the same place, so that it and its libraries
+run; more can be named with --host-path.
 """
 import os
 import shutil
+import stat
 
 from .board import MOUNTED_DIRS, _under
 from .errors import BootsimError
 
 ENV_ROOT = "BOOTSIM_ROOT"
+
+# Board directories whose host counterparts are never passed through.
+NO_HOST_PATHS = ("/etc", "/dev")
+# Commands found in these host directories get their top entry passed through automatically.
+AUTO_HOST_PATH_DIRS = ("/tmp",)
 
 
 def find_bwrap():
@@ -32,26 +43,109 @@ def check_host_dirs():
                 status=125)
 
 
-def inside_cwd(board, cwd=None):
+def _replaced_dir(path):
+    for directory in MOUNTED_DIRS:
+        if _under(path, directory):
+            return directory
+    return None
+
+
+def automatic_host_paths(command):
+    """Host paths to pass through for COMMAND: the top entry below /tmp of its program."""
+    program = command[0]
+    if "/" not in program:
+        program = shutil.which(program) or program
+    found = []
+    if "/" not in program:
+        return found
+    for candidate in (os.path.abspath(program), os.path.realpath(program)):
+        for directory in AUTO_HOST_PATH_DIRS:
+            if _under(candidate, directory) and candidate != directory:
+                top = directory + "/" + candidate[len(directory) + 1:].split("/", 1)[0]
+                if top not in found and os.path.lexists(top):
+                    found.append(top)
+    return found
+
+
+def prepare_host_path(board, path, explicit):
+    """Make the mount point of host PATH in the board; returns False when it cannot be bound.
+
+    An explicit path that cannot be bound is an error; an automatic one is skipped quietly.
+    """
+    def refuse(reason):
+        if explicit:
+            raise BootsimError(f"cannot pass {path} through into the board: {reason}", 125)
+        return False
+
+    directory = _replaced_dir(path)
+    if directory is None:
+        return refuse("it is visible in the board anyway") if explicit else False
+    if directory in NO_HOST_PATHS or path == directory:
+        return refuse(f"the board's {directory} is its own")
+    try:
+        host = os.lstat(path)
+    except OSError:
+        return refuse("it does not exist on the host")
+    if stat.S_ISLNK(host.st_mode):
+        return refuse("it is a symlink")
+    target = board.host_path(path)
+    if not target.startswith(board.root + "/"):
+        return refuse("it is visible in the board anyway") if explicit else False
+    is_dir = stat.S_ISDIR(host.st_mode)
+    try:
+        existing = os.lstat(target)
+    except FileNotFoundError:
+        os.makedirs(os.path.dirname(target), 0o755, exist_ok=True)
+        try:
+            if is_dir:
+                os.mkdir(target, 0o755)
+            else:
+                os.close(os.open(target, os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o644))
+        except FileExistsError:
+            pass
+        return True
+    # An existing entry of the board is used as mount point only when it is an empty one.
+    if is_dir and stat.S_ISDIR(existing.st_mode) and not os.listdir(target):
+        return True
+    if not is_dir and stat.S_ISREG(existing.st_mode) and existing.st_size == 0:
+        return True
+    return refuse(f"the board has its own {path}")
+
+
+def inside_cwd(board, host_paths=(), cwd=None):
     """Working directory inside the board: the caller's, when it exists there, else /."""
     if cwd is None:
         try:
             cwd = os.getcwd()
         except OSError:
             return "/"
-    if any(_under(cwd, d) for d in MOUNTED_DIRS):
+    if any(_under(cwd, p) for p in host_paths):
+        return cwd
+    if _replaced_dir(cwd):
         return cwd if os.path.isdir(board.host_path(cwd)) else "/"
     return cwd
 
 
-def bwrap_args(board, command, cwd=None, extra_env=None):
-    """Full argv (bwrap first) running COMMAND inside BOARD."""
+def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=()):
+    """Full argv (bwrap first) running COMMAND inside BOARD.
+
+    HOST_PATHS: host paths in replaced directories to bind into the board (read-write).
+    """
     if not command:
         raise BootsimError("no command given", status=2)
     check_host_dirs()
     root = board.root
     usr_local_binds = board.sync_usr_local()
     dev_binds = board.dev_binds()
+
+    passed = []
+    for path in host_paths:
+        path = os.path.normpath(os.path.abspath(path))
+        if path not in passed and prepare_host_path(board, path, explicit=True):
+            passed.append(path)
+    for path in automatic_host_paths(command):
+        if path not in passed and prepare_host_path(board, path, explicit=False):
+            passed.append(path)
 
     args = [find_bwrap(), "--dev-bind", "/", "/"]
     for directory in ("/opt", "/var/lib", "/etc"):
@@ -65,9 +159,12 @@ def bwrap_args(board, command, cwd=None, extra_env=None):
         args += ["--bind", os.path.join(root, directory.lstrip("/")), directory]
     for host, inside in dev_binds:
         args += ["--dev-bind", host, inside]
+    # Host paths passed through, shortest first so that nested ones stay visible.
+    for path in sorted(passed, key=len):
+        args += ["--bind", path, path]
     args += ["--proc", "/proc",
              "--unshare-net", "--unshare-pid", "--die-with-parent",
-             "--chdir", inside_cwd(board, cwd),
+             "--chdir", inside_cwd(board, passed, cwd),
              "--setenv", ENV_ROOT, root]
     for key, value in (extra_env or {}).items():
         args += ["--setenv", key, value]

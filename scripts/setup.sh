@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs what building, testing and the demo need from Debian 12's packages. Safe to run
+# again: it only calls apt-get when a package is missing.
+set -euo pipefail
+
+packages=(
+  build-essential cmake pkg-config            # compiler and build
+  libgtest-dev libgmock-dev googletest         # unit tests
+  bubblewrap                                   # board sandbox
+  python3 python3-pytest                       # board sandbox tool and scenario tests
+  clang-format                                 # formatting check
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$package")
+  fi
+done
+
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "setup: installing ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
