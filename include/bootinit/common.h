@@ -22,7 +22,8 @@ BOOTINIT_API uint32_t BOOT_INIT_GetValueInLine(char *line, char *valueBuf, uint3
 /* Value of the first non-blank line of a flat key=value file that contains key. */
 BOOTINIT_API uint32_t BOOT_INIT_GetValueFromCfg(const char *cfgFile, const char *key,
                                                 char *valueBuf, uint32_t valueBufLen);
-/* Root directory of the software-management data ("/var/lib" unless the stub file says). */
+/* Root directory of the software-management data ("/var/lib" unless /opt/startup.ini names
+ * another). */
 BOOTINIT_API uint32_t BOOT_INIT_GetRootPath(char *outBuf, uint32_t outBufLen);
 
 /* Splits path at its last "/" into a non-empty directory and a non-empty base name. */

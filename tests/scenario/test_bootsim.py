@@ -278,6 +278,13 @@ def test_program_in_the_host_tmp_runs_inside(board, host_tmp_dir):
     assert result.stdout.decode().split()[0] == "x"
 
 
+def test_build_directory_is_visible_to_scripts_inside(board):
+    b = board()
+    build = os.path.abspath(build_dir())
+    result = b.sh(f'test -d "{build}"')
+    assert (result.returncode == 0) == os.path.isdir(build)
+
+
 def test_host_path_option(board, host_tmp_dir):
     b = board()
     with open(f"{host_tmp_dir}/data", "w") as f:

@@ -1,7 +1,6 @@
 """The bootinit front-end in a board: dispatch results, standard streams and the boot log."""
 import os
 import stat
-import subprocess
 
 import pytest
 
@@ -108,7 +107,7 @@ def test_relative_log_path_is_refused_with_the_warning(board):
         CAN_NOT_FIND.format(4)]
 
 
-def test_root_path_of_the_stub_file_moves_the_default_directory(board):
+def test_root_path_of_startup_ini_moves_the_default_directory(board):
     made = board()
     made.write("/opt/startup.ini", "[RootPath]\nRootPath=/opt/root\n")
     made.bootinit("4")

@@ -1,9 +1,9 @@
 /* Every public header must stay usable from strict C. This file only has to compile. */
-#include "boundedstr.h"
 #include "bootinit/base.h"
 #include "bootinit/common.h"
 #include "bootinit/dispatch.h"
 #include "bootinit/log.h"
+#include "boundedstr.h"
 #include "swm.h"
 #include "tkal.h"
 

@@ -177,7 +177,7 @@ TEST_F(ConfigTest, RootPathDefaultsToVarLib) {
   EXPECT_THAT(MainLog(), ElementsAre());
 }
 
-TEST_F(ConfigTest, RootPathFromTheStubFile) {
+TEST_F(ConfigTest, RootPathFromStartupIni) {
   WriteFile("/opt/startup.ini", "[board]\nhard_type=1\n[RootPath]\nRootPath = /data/root\n");
   char root[256] = {};
   EXPECT_EQ(BOOT_INIT_GetRootPath(root, sizeof(root)), 0u);

@@ -86,7 +86,7 @@ TEST_F(LogRecordTest, RelativeConfiguredPathIsRefusedWithTheWarning) {
                                      "swm_log_path, value is: data/logs. Using default."));
 }
 
-TEST_F(LogRecordTest, RootPathOfTheStubFileMovesTheDefaultDirectory) {
+TEST_F(LogRecordTest, RootPathOfStartupIniMovesTheDefaultDirectory) {
   WriteFile("/opt/startup.ini", "[RootPath]\nRootPath=/data\n");
   EXPECT_EQ(BOOT_INIT_LogInit(), 0u);
   EXPECT_STREQ(BOOT_INIT_GetLogInfo()->dir, "/data/swm/workdir/var/log");

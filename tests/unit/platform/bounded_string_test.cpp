@@ -13,13 +13,13 @@ namespace {
 constexpr char kGuard = '#';
 constexpr std::size_t kDestMax = 8;
 
-// A destination of kDestMax chars pre-filled with "XXXXXXX" and followed by guard chars.
+// A destination of kDestMax chars pre-filled with "QQQQQQQ" and followed by guard chars.
 struct GuardedString {
   std::array<char, kDestMax + 8> chars{};
 
   GuardedString() {
     chars.fill(kGuard);
-    std::memcpy(chars.data(), "XXXXXXX", kDestMax);
+    std::memcpy(chars.data(), "QQQQQQQ", kDestMax);
   }
   char *dest() { return chars.data(); }
   std::string text() const { return std::string(chars.data()); }
@@ -41,7 +41,7 @@ TEST(StrcpyS, CopiesStringAndTerminator) {
   GuardedString buf;
   EXPECT_EQ(strcpy_s(buf.dest(), kDestMax, "abc"), EOK);
   EXPECT_EQ(buf.text(), "abc");
-  EXPECT_EQ(buf.chars[4], 'X');
+  EXPECT_EQ(buf.chars[4], 'Q');
   EXPECT_TRUE(buf.guard_intact());
 }
 
@@ -49,7 +49,7 @@ TEST(StrcpyS, EmptySource) {
   GuardedString buf;
   EXPECT_EQ(strcpy_s(buf.dest(), kDestMax, ""), EOK);
   EXPECT_EQ(buf.text(), "");
-  EXPECT_EQ(buf.chars[1], 'X');
+  EXPECT_EQ(buf.chars[1], 'Q');
 }
 
 TEST(StrcpyS, LengthDestMaxMinusOneFits) {
@@ -63,7 +63,7 @@ TEST(StrcpyS, LengthDestMaxEmptiesDestination) {
   GuardedString buf;
   EXPECT_EQ(strcpy_s(buf.dest(), kDestMax, "12345678"), BOUNDED_ERANGE_AND_RESET);
   EXPECT_EQ(buf.chars[0], '\0');
-  EXPECT_EQ(buf.rest(), std::string("XXXXXX\0", 7));
+  EXPECT_EQ(buf.rest(), std::string("QQQQQQ\0", 7));
   EXPECT_TRUE(buf.guard_intact());
 }
 
@@ -78,7 +78,7 @@ TEST(StrcpyS, NullSourceEmptiesDestination) {
   GuardedString buf;
   EXPECT_EQ(strcpy_s(buf.dest(), kDestMax, nullptr), BOUNDED_EINVAL_AND_RESET);
   EXPECT_EQ(buf.text(), "");
-  EXPECT_EQ(buf.chars[1], 'X');
+  EXPECT_EQ(buf.chars[1], 'Q');
 }
 
 TEST(StrcpyS, NullDestinationIsInvalid) {
@@ -89,7 +89,7 @@ TEST(StrcpyS, BadDestMaxTouchesNothing) {
   GuardedString buf;
   EXPECT_EQ(strcpy_s(buf.dest(), 0, "a"), BOUNDED_ERANGE);
   EXPECT_EQ(strcpy_s(buf.dest(), BOUNDED_MAX_LEN + 1, "a"), BOUNDED_ERANGE);
-  EXPECT_EQ(buf.text(), "XXXXXXX");
+  EXPECT_EQ(buf.text(), "QQQQQQQ");
 }
 
 TEST(StrcpyS, SourceInsideDestinationOverlaps) {
@@ -131,21 +131,21 @@ TEST(StrncpyS, CopiesAtMostCountCharacters) {
   GuardedString buf;
   EXPECT_EQ(strncpy_s(buf.dest(), kDestMax, "abcdef", 3), EOK);
   EXPECT_EQ(buf.text(), "abc");
-  EXPECT_EQ(buf.chars[4], 'X');
+  EXPECT_EQ(buf.chars[4], 'Q');
 }
 
 TEST(StrncpyS, CountBeyondSourceCopiesWholeSource) {
   GuardedString buf;
   EXPECT_EQ(strncpy_s(buf.dest(), kDestMax, "ab", 6), EOK);
   EXPECT_EQ(buf.text(), "ab");
-  EXPECT_EQ(buf.chars[3], 'X');  // no padding with zeros
+  EXPECT_EQ(buf.chars[3], 'Q');  // no padding with zeros
 }
 
 TEST(StrncpyS, CountZeroGivesEmptyString) {
   GuardedString buf;
   EXPECT_EQ(strncpy_s(buf.dest(), kDestMax, "abc", 0), EOK);
   EXPECT_EQ(buf.text(), "");
-  EXPECT_EQ(buf.chars[1], 'X');
+  EXPECT_EQ(buf.chars[1], 'Q');
 }
 
 TEST(StrncpyS, LongSourceCutByCountFits) {
@@ -160,7 +160,7 @@ TEST(StrncpyS, CountDestMaxWithLongSourceEmptiesDestination) {
   EXPECT_EQ(strncpy_s(buf.dest(), kDestMax, "a much longer source", kDestMax),
             BOUNDED_ERANGE_AND_RESET);
   EXPECT_EQ(buf.text(), "");
-  EXPECT_EQ(buf.chars[1], 'X');
+  EXPECT_EQ(buf.chars[1], 'Q');
   EXPECT_TRUE(buf.guard_intact());
 }
 
@@ -191,7 +191,7 @@ TEST(StrncpyS, NullSourceEmptiesDestination) {
   GuardedString buf;
   EXPECT_EQ(strncpy_s(buf.dest(), kDestMax, nullptr, 3), BOUNDED_EINVAL_AND_RESET);
   EXPECT_EQ(buf.text(), "");
-  EXPECT_EQ(buf.chars[1], 'X');
+  EXPECT_EQ(buf.chars[1], 'Q');
 }
 
 TEST(StrncpyS, NullDestinationAndBadDestMax) {
@@ -199,7 +199,7 @@ TEST(StrncpyS, NullDestinationAndBadDestMax) {
   EXPECT_EQ(strncpy_s(nullptr, kDestMax, "a", 1), BOUNDED_EINVAL);
   EXPECT_EQ(strncpy_s(buf.dest(), 0, "a", 1), BOUNDED_ERANGE);
   EXPECT_EQ(strncpy_s(buf.dest(), BOUNDED_MAX_LEN + 1, "a", 1), BOUNDED_ERANGE);
-  EXPECT_EQ(buf.text(), "XXXXXXX");
+  EXPECT_EQ(buf.text(), "QQQQQQQ");
 }
 
 TEST(StrncpyS, OverlapIsJudgedOnWhatIsCopied) {
@@ -221,7 +221,7 @@ TEST(StrcatS, Appends) {
   ASSERT_EQ(strcpy_s(buf.dest(), kDestMax, "ab"), EOK);
   EXPECT_EQ(strcat_s(buf.dest(), kDestMax, "cd"), EOK);
   EXPECT_EQ(buf.text(), "abcd");
-  EXPECT_EQ(buf.chars[5], 'X');
+  EXPECT_EQ(buf.chars[5], 'Q');
 }
 
 TEST(StrcatS, AppendsToEmptyAndAppendsEmpty) {
