@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev googletest         # unit tests
   bubblewrap                                   # board sandbox
   python3 python3-pytest                       # board sandbox tool and scenario tests
-  clang-format                                 # formatting check
+  clang-format clang-tidy                      # static checks
 )
 
 missing=()

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds, and runs every test: the plain build, then the whole suite
-# again under AddressSanitizer and UndefinedBehaviorSanitizer, then the formatting check.
+# again under AddressSanitizer and UndefinedBehaviorSanitizer, then the static checks (clang-format, clang-tidy).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -16,5 +16,5 @@ for kind in plain sanitize; do
   (cd "$dir" && ctest -j"$(nproc)" --output-on-failure --timeout 600)
 done
 
-echo "== formatting =="
-scripts/check-format.sh
+echo "== static checks =="
+scripts/lint.sh

@@ -12,10 +12,12 @@
 namespace bootinit {
 
 // Formats into the whole buffer; false when the output does not fit (or the buffer is empty).
-[[nodiscard]] inline bool FormatInto(std::span<char> out, const char *format, ...)
-    __attribute__((format(printf, 2, 3)));
+// C-style variadic on purpose: the compiler checks the format against its arguments, and the
+// arguments go on unchanged to the bounded formatter.
+[[nodiscard]] inline bool FormatInto(  // NOLINT(cert-dcl50-cpp)
+    std::span<char> out, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-inline bool FormatInto(std::span<char> out, const char *format, ...) {
+inline bool FormatInto(std::span<char> out, const char *format, ...) {  // NOLINT(cert-dcl50-cpp)
   if (out.empty()) {
     return false;
   }

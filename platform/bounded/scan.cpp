@@ -218,7 +218,7 @@ class PieceFormat {
 // is told not to try; this is the only place where that is allowed.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-int library_scan(const char *input, const char *format, ...) noexcept {
+int library_scan(const char *input, const char *format, ...) noexcept {  // NOLINT(cert-dcl50-cpp)
   va_list argList;
   va_start(argList, format);
   const int result = std::vsscanf(input, format, argList);
