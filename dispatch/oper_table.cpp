@@ -1,24 +1,26 @@
 // The operation table. Positions are fixed; the search is linear and the first equal number
 // wins. Number 4 is a known operation without a function, and numbers 19 and 18 stand in that
 // order on purpose. An entry's function stays empty until its operation is available.
+#include "bootinit/board.h"
 #include "bootinit/dispatch.h"
 #include "bootinit/log.h"
+#include "bootinit/startup.h"
 
 extern "C" {
 
 const BOOT_INIT_OPER_FUNC_INFO_S g_operFuncInfo[BOOT_INIT_OPER_FUNC_NUM] = {
-    {0, nullptr},   // extract a proven file from a package
-    {1, nullptr},   // board information
-    {2, nullptr},   // download start files from the main board
-    {3, nullptr},   // verify files and packages
-    {4, nullptr},   // known, never available
-    {5, nullptr},   // turn a .bin file into the real file
-    {6, nullptr},   // measure the running package
-    {7, nullptr},   // install a cold patch
-    {8, nullptr},   // extract files of a package
-    {9, nullptr},   // print the backup path
-    {10, nullptr},  // print the startup mode
-    {11, nullptr},  // set the startup mode
+    {0, nullptr},  // extract a proven file from a package
+    {1, BOOT_InitOperGetDrvBasicInfo},
+    {2, nullptr},  // download start files from the main board
+    {3, nullptr},  // verify files and packages
+    {4, nullptr},  // known, never available
+    {5, nullptr},  // turn a .bin file into the real file
+    {6, nullptr},  // measure the running package
+    {7, nullptr},  // install a cold patch
+    {8, nullptr},  // extract files of a package
+    {9, BOOT_InitOperGetBackPath},
+    {10, BOOT_InitOperGetStartupMode},
+    {11, BOOT_InitOperSetStartupMode},
     {12, nullptr},  // back up the start files
     {13, nullptr},  // remove backed-up files
     {14, nullptr},  // change security labels and file flags

@@ -11,35 +11,71 @@ scripts/build.sh plain >/dev/null
 bootsim=tools/bootsim/bootsim
 bootinit=$PWD/build/bin/bootinit
 boards=$(mktemp -d /tmp/bootinit-demo.XXXXXX)
-trap '"$bootsim" remove "$boards/demo" >/dev/null 2>&1 || true; rmdir "$boards" 2>/dev/null || true' EXIT
+cleanup() {
+  for board in "$boards/demo" "$boards/lc"; do "$bootsim" remove "$board" >/dev/null 2>&1 || true; done
+  rm -rf "$boards"
+}
+trap cleanup EXIT
 
-"$bootsim" create "$boards/demo" --set board.name=demo
-echo "demo board: $boards/demo"
+"$bootsim" create "$boards/demo" --kind mmb-active --set board.name=demo-mmb
+"$bootsim" create "$boards/lc" --kind lc --set board.name=demo-lc
+echo "demo boards: $boards/demo (active main board), $boards/lc (line card)"
+for board in "$boards/demo" "$boards/lc"; do
+  "$bootsim" put "$board" /etc/swm_user.conf --text "swm_log_path=/var/lib/swm/workdir/var/log"
+done
 
 run() {
+  local board=$1
+  shift
   echo
-  echo "\$ bootinit $*"
-  local output status=0
-  output=$("$bootsim" run "$boards/demo" -- "$bootinit" --print-result "$@" 2>&1) || status=$?
-  printf '%s\n' "$output" | sed 's/^/  /'
-  echo "  (exit status $status)"
+  echo "[$(basename "$board")] \$ bootinit $*"
+  local status=0
+  # Standard output exactly as a boot script reads it (line feeds shown as \n), then the result.
+  "$bootsim" run "$board" -- "$bootinit" --print-result "$@" >"$boards/out" 2>"$boards/err" \
+    || status=$?
+  echo "  stdout: $(/usr/bin/python3 -c 'import sys; print(repr(sys.stdin.buffer.read())[1:])' <"$boards/out")"
+  sed 's/^/  /' "$boards/err"
+  echo "  exit status: $status"
 }
 
-# Operations that exist so far answer through the dispatcher; every number is checked first.
-run 4           # a known operation without a function
-run 20          # a number that is not in the table
-run 1a          # not a decimal number
-run 4294967296  # beyond 32 bits: wraps to operation 0
+show_log() {
+  echo
+  echo "== boot log of $(basename "$1") =="
+  "$bootsim" log "$1" --type 0 "${@:2}"
+}
+
+# A package in the main board's home directory, named by the boot environment.
+printf 'demo package' > "$boards/base.cc"
+"$bootsim" package "$boards/demo" "$boards/base.cc" >/dev/null
+"$bootsim" env "$boards/demo" --set next_bootfile=/opt/kytv8/home/base.cc cpu_id=0
 
 echo
-echo "== boot log of the demo board (/var/lib/swm/workdir/var/log/app_boot.log) =="
-"$bootsim" log "$boards/demo" --type 0
+echo "== board information and startup mode on the active main board =="
+for question in 1 2 3 5 6 10 0 8; do run "$boards/demo" 1 "$question"; done
+run "$boards/demo" 10
+run "$boards/demo" 11 local
+run "$boards/demo" 10
+run "$boards/demo" 9
+run "$boards/demo" 1 8
+
+echo
+echo "== the same questions on the line card =="
+for question in 1 2 6 8; do run "$boards/lc" 1 "$question"; done
+run "$boards/lc" 10
+
+echo
+echo "== what the dispatcher answers for numbers without an operation =="
+run "$boards/demo" 4
+run "$boards/demo" 20
+run "$boards/demo" 1a
+
+show_log "$boards/demo"
 echo "== header: $("$bootsim" log "$boards/demo" --type 0 --raw-header)"
+show_log "$boards/lc"
 
 # The log directory follows /etc/swm_user.conf.
-mkdir -p "$boards/demo/etc"
-echo "swm_log_path=/opt/boardlogs" > "$boards/demo/etc/swm_user.conf"
-run 99
+"$bootsim" put "$boards/lc" /etc/swm_user.conf --text "swm_log_path=/opt/boardlogs"
 echo
-echo "== boot log after moving it with swm_log_path=/opt/boardlogs =="
-"$bootsim" log "$boards/demo" --type 0 --path /opt/boardlogs/app_boot.log
+echo "== the line card's log moved to /opt/boardlogs =="
+run "$boards/lc" 1 5
+show_log "$boards/lc" --path /opt/boardlogs/app_boot.log

@@ -7,6 +7,7 @@ packages=(
   build-essential cmake pkg-config            # compiler and build
   libgtest-dev libgmock-dev googletest         # unit tests
   bubblewrap                                   # board sandbox
+  libubootenv-dev libubootenv-tool             # boot environment (libdrv, fw_printenv/fw_setenv)
   python3 python3-pytest                       # board sandbox tool and scenario tests
   clang-format clang-tidy                      # static checks
 )

@@ -115,6 +115,25 @@ SWM_API void SWM_FreeProfile(SWM_INI_SECTION_S *profile);
 SWM_API uint32_t SWM_IniGetValue(const char *file, const char *section, const char *key,
                                  char *value, uint32_t valueLen);
 
+/* ---- board facts (from the board description /etc/bootsim/board.ini on the host) ----
+ * Read afresh on every call (see docs/board-description.md). NULL pointers give SWM_ERR_PARAM;
+ * a value that is not a number, or a malformed description, gives SWM_ERR_FORMAT with the
+ * output unchanged. A failure forced by the description's [fail] section (non-zero code)
+ * returns that code after the argument checks, outputs written as on success. */
+
+/* 1 when dir is an existing directory (links followed), else 0 (also for NULL). A code forced
+ * by [fail] SWM_IsDirExist replaces the answer as it is, 0 included. */
+SWM_API int SWM_IsDirExist(const char *dir);
+/* Logical CPU id of this processor: [board] logic_cpu_id, 0 when not described. */
+SWM_API uint32_t SWM_GetLogicCpuId(uint32_t *cpuId);
+/* Slot of this board: [board] slot, 1 when not described. */
+SWM_API uint32_t SWM_GetSlotId(uint32_t *slotId);
+/* All hardware types the board answers to: *count holds the capacity of list on entry and the
+ * number of entries filled on return (at most the capacity; a longer list is cut without an
+ * error). [board] hard_types (numbers separated by blanks or commas), else the single
+ * [board] hard_type, else none. */
+SWM_API uint32_t SWM_GetBoardMultiHardType(uint32_t *list, uint32_t *count);
+
 #ifdef __cplusplus
 }
 #endif

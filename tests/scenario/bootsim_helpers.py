@@ -78,22 +78,29 @@ def _assignments(settings):
 class Board:
     """A board root on the host, driven through the bootsim CLI."""
 
-    def __init__(self, root):
+    def __init__(self, root, build=None):
         self.root = Path(root)
+        # build directory of the platform libraries; None: build_dir() at each run
+        self.build = Path(build) if build is not None else None
 
     def __repr__(self):
         return f"Board({str(self.root)!r})"
 
     @classmethod
-    def create(cls, root, board_file=None, settings=None):
-        """Create a board; SETTINGS is a {"section.key": value} mapping or "S.K=V" strings."""
-        args = ["create", root]
+    def create(cls, root, board_file=None, settings=None, kind=None, build=None):
+        """Create a board; SETTINGS is a {"section.key": value} mapping or "S.K=V" strings.
+
+        KIND: "mmb-active" (bootsim's default), "mmb-standby" or "lc". BUILD: the build
+        directory the board's platform libraries point to (default: build_dir())."""
+        args = ["create", root, "--build-dir", build if build is not None else build_dir()]
+        if kind is not None:
+            args += ["--kind", kind]
         if board_file is not None:
             args += ["--board", board_file]
         for assignment in _assignments(settings):
             args += ["--set", assignment]
         bootsim(*args)
-        return cls(root)
+        return cls(root, build=build)
 
     # ------------------------------------------------------------------ running
 
@@ -104,8 +111,8 @@ class Board:
         its binaries can be started by scripts inside the board too."""
         if isinstance(input, str):
             input = input.encode()
-        options = []
-        build = os.path.abspath(build_dir())
+        build = os.path.abspath(self.build if self.build is not None else build_dir())
+        options = ["--build-dir", build]
         if build.startswith("/tmp/") and os.path.isdir(build):
             options += ["--host-path", build]
         return bootsim("run", *options, self.root, "--", *args, input=input, env=env,
@@ -150,6 +157,76 @@ class Board:
 
     def exists(self, board_path):
         return os.path.lexists(self.path(board_path))
+
+    def put(self, board_path, text=None, mode=None, from_file=None):
+        """`bootsim put`: write a file inside the board (empty without TEXT and FROM_FILE).
+
+        TEXT is str or bytes; MODE an int (0o600) or an octal string ("600")."""
+        args = ["put", self.root, board_path]
+        data = None
+        if from_file is not None:
+            args += ["--from", from_file]
+        elif isinstance(text, bytes):
+            args += ["--from", "/dev/stdin"]
+            data = text
+        elif text is not None:
+            args.append(f"--text={text}")
+        if mode is not None:
+            args += ["--mode", mode if isinstance(mode, str) else f"{mode:o}"]
+        bootsim(*args, input=data)
+        return self.path(board_path)
+
+    def rm(self, *board_paths, recursive=False, force=False):
+        """`bootsim rm`: remove files (or with RECURSIVE directories) inside the board."""
+        options = (["--recursive"] if recursive else []) + (["--force"] if force else [])
+        bootsim("rm", self.root, *board_paths, *options)
+
+    def ini(self, board_path, entries=None, unset=(), **settings):
+        """`bootsim ini`: create or update an INI file inside the board.
+
+        ENTRIES: {"section.key": value} or "section.key=value" strings; keyword arguments
+        are taken as {"section.key": value} too (board.ini(p, **{"board.slot": 2}))."""
+        items = _assignments(entries) + _assignments(settings)
+        args = ["ini", self.root, board_path, *items]
+        if unset:
+            args += ["--unset", *([unset] if isinstance(unset, str) else unset)]
+        bootsim(*args)
+        return self.path(board_path)
+
+    def package(self, host_file, backup=False, name=None):
+        """`bootsim package`: copy HOST_FILE into /opt/kytv8/home (or the backup directory);
+        returns its path inside the board."""
+        args = ["package", self.root, host_file]
+        if backup:
+            args.append("--backup")
+        if name is not None:
+            args += ["--name", name]
+        return bootsim(*args).stdout.decode().strip()
+
+    # ------------------------------------------------------------------ boot environment
+
+    def env(self, *names):
+        """The boot environment as {name: value}: all variables, or those of NAMES that are set
+        (through `bootsim env`, that is fw_printenv inside the board)."""
+        text = bootsim("env", self.root).stdout.decode("utf-8", errors="surrogateescape")
+        variables = {}
+        for line in text.split("\n"):
+            name, sep, value = line.partition("=")
+            if sep and name:
+                variables[name] = value
+        if names:
+            return {name: variables[name] for name in names if name in variables}
+        return variables
+
+    def set_env(self, *assignments, **variables):
+        """`bootsim env --set`: "name=value" strings and/or name=value keywords."""
+        items = list(assignments) + [f"{k}={v}" for k, v in variables.items()]
+        if items:
+            bootsim("env", self.root, "--set", *items)
+
+    def unset_env(self, *names):
+        if names:
+            bootsim("env", self.root, "--unset", *names)
 
     # ------------------------------------------------------------------ boot logs
 

@@ -1,7 +1,8 @@
 """Fixtures of the scenario tests.
 
-board      factory: board(name=None, board_file=None, settings=None) -> bootsim_helpers.Board,
-           created under the test's tmp_path. Boards of passed tests are removed afterwards;
+board      factory: board(name=None, board_file=None, settings=None, kind=None, build=None)
+           -> bootsim_helpers.Board, created under the test's tmp_path (kind: mmb-active,
+           mmb-standby or lc; build: build directory of its platform libraries). Boards of passed tests are removed afterwards;
            those of failed tests stay for inspection (or all stay with BOOTSIM_KEEP_BOARDS=1).
 bootinit   path of the bootinit front-end ($BOOTINIT_BUILD_DIR/bin/bootinit); fails clearly
            when it is missing.
@@ -32,9 +33,10 @@ def _failed(node):
 def board(request, tmp_path):
     created = []
 
-    def factory(name=None, board_file=None, settings=None):
+    def factory(name=None, board_file=None, settings=None, kind=None, build=None):
         name = name or f"board{len(created)}"
-        made = Board.create(tmp_path / name, board_file=board_file, settings=settings)
+        made = Board.create(tmp_path / name, board_file=board_file, settings=settings,
+                            kind=kind, build=build)
         created.append(made)
         return made
 

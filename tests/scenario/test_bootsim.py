@@ -5,7 +5,9 @@ import shutil
 import stat
 import struct
 import subprocess
+import time
 import uuid
+import zlib
 
 import pytest
 
@@ -26,6 +28,19 @@ def listing(directory):
     return set(os.listdir(directory))
 
 
+def lasting_new_entries(directory, before, wait=5.0):
+    """Entries of DIRECTORY not in BEFORE that are still there after up to WAIT seconds.
+
+    Other test runs on the same host (unit tests launched through `bootsim exec`) make
+    short-lived bootsim-XXXXXXXX boards in the host's /tmp; whatever this test left stays."""
+    deadline = time.monotonic() + wait
+    new = listing(directory) - before
+    while new and time.monotonic() < deadline:
+        time.sleep(0.2)
+        new &= listing(directory)
+    return new
+
+
 def python_inside(board, code, *args):
     return board.run("/usr/bin/python3", "-c", code, *args)
 
@@ -36,13 +51,17 @@ def python_inside(board, code, *args):
 def test_create_makes_the_board_layout(board):
     b = board()
     root = b.root
-    for rel in ["opt", "var/lib", "etc", "usr/local/conf", "boot", "dev/shm", "tmp"]:
+    for rel in ["opt", "var/lib", "etc", "usr/local/conf", "boot", "dev/shm", "tmp", "run/lock",
+                "opt/kytv8/home", "opt/kytv8/backup", "boot/bootsim", "etc/bootsim/lib"]:
         assert (root / rel).is_dir() and not (root / rel).is_symlink(), rel
-    assert stat.S_IMODE((root / "tmp").stat().st_mode) == 0o1777
+    for rel in ["tmp", "dev/shm", "run/lock"]:
+        assert stat.S_IMODE((root / rel).stat().st_mode) == 0o1777, rel
     for name, target in {"fd": "/proc/self/fd", "stdin": "/proc/self/fd/0",
                          "stdout": "/proc/self/fd/1", "stderr": "/proc/self/fd/2"}.items():
         assert os.readlink(root / "dev" / name) == target
-    assert (root / "etc/bootsim/board.ini").read_text() == "[board]\nname=demo\n\n"
+    assert (root / "etc/bootsim/board.ini").read_text() == (
+        "[board]\nname=demo\nrole=1\nactive_state=0\nslot=1\nlogic_cpu_id=0\nhard_type=0x1A2B\n\n"
+        "[support]\nbackup_dir=/opt/kytv8/backup\n\n")
 
 
 def test_etc_is_a_real_copy(board):
@@ -52,7 +71,8 @@ def test_etc_is_a_real_copy(board):
     copy = os.stat(b.root / "etc" / name)
     assert (copy.st_dev, copy.st_ino) != (host.st_dev, host.st_ino)
     assert copy.st_nlink == 1
-    assert sorted(os.listdir(b.root / "etc")) == sorted(listing("/etc") | {"bootsim"})
+    assert sorted(os.listdir(b.root / "etc")) == sorted(listing("/etc") | {"bootsim",
+                                                                           "fw_env.config"})
 
 
 def test_board_has_the_swm_account_and_host_does_not_change(board):
@@ -75,7 +95,7 @@ def test_create_with_board_file_and_overrides(board, tmp_path):
     desc.write_text("[board]\nname=mb1\nslot=3\n[tpm]\nport=2321\n")
     b = board(board_file=desc, settings={"board.name": "mb2", "ftp.address": "127.0.0.11"})
     text = b.show()
-    assert "[board]\nname=mb2\nslot=3\n" in text
+    assert "[board]\nname=mb2\nrole=1\nactive_state=0\nslot=3\n" in text
     assert "[tpm]\nport=2321\n" in text
     assert "[ftp]\naddress=127.0.0.11\n" in text
     assert b.show("board.slot").strip() == "3"
@@ -267,7 +287,7 @@ def test_program_in_the_host_tmp_runs_inside(board, host_tmp_dir):
     with open(f"{host_tmp_dir}/bin/out") as f:
         assert f.read() == "built\n"                       # the build tree stays writable
     assert os.listdir(b.path(host_tmp_dir)) == []           # only an empty mount point
-    assert listing("/tmp") - host_tmp == set()
+    assert lasting_new_entries("/tmp", host_tmp) == set()
     # the same through exec, with the working directory in the host's /tmp directory
     result = subprocess.run([str(bootsim_path()), "exec", "--", "bin/tool"], cwd=host_tmp_dir,
                             stdout=subprocess.PIPE)
@@ -351,9 +371,11 @@ def test_exec_passes_arguments_untouched():
 def test_exec_board_options(tmp_path):
     desc = tmp_path / "lc.ini"
     desc.write_text("[board]\nname=lc1\n")
-    result = bootsim("exec", "--board", desc, "--set", "net.address=127.0.0.21", "--",
-                     "cat", "/etc/bootsim/board.ini")
-    assert result.stdout.decode() == "[board]\nname=lc1\n\n[net]\naddress=127.0.0.21\n\n"
+    result = bootsim("exec", "--kind", "lc", "--board", desc, "--set", "net.address=127.0.0.21",
+                     "--", "cat", "/etc/bootsim/board.ini")
+    assert result.stdout.decode() == (
+        "[board]\nname=lc1\nrole=3\nactive_state=1\nslot=3\nlogic_cpu_id=0\nhard_type=0x2B3C\n\n"
+        "[support]\nbackup_dir=/opt/kytv8/backup\n\n[net]\naddress=127.0.0.21\n\n")
 
 
 def test_exec_keep_leaves_the_board(tmp_path):
@@ -524,11 +546,411 @@ def test_log_written_inside_the_board(board):
     assert b.log_text() == b"hello"
 
 
+# --------------------------------------------------------------------------- board kinds
+
+KIND_DEFAULTS = {
+    "mmb-active": {"role": "1", "active_state": "0", "slot": "1", "logic_cpu_id": "0",
+                   "hard_type": "0x1A2B"},
+    "mmb-standby": {"role": "1", "active_state": "1", "slot": "2", "logic_cpu_id": "0",
+                    "hard_type": "0x1A2B"},
+    "lc": {"role": "3", "active_state": "1", "slot": "3", "logic_cpu_id": "0",
+           "hard_type": "0x2B3C"},
+}
+
+
+@pytest.mark.parametrize("kind", sorted(KIND_DEFAULTS))
+def test_kinds_write_their_defaults(board, kind):
+    b = board(kind=kind)
+    for key, value in KIND_DEFAULTS[kind].items():
+        assert b.show(f"board.{key}") == value + "\n", key
+    assert b.show("board.name") == "demo\n"
+    assert b.show("support.backup_dir") == "/opt/kytv8/backup\n"
+    assert b.exists("/opt/MMB") == (kind != "lc")
+    if kind != "lc":
+        assert b.path("/opt/MMB").read_bytes() == b""
+    result = b.sh("test -d /opt/kytv8/home && test -d /opt/kytv8/backup && ls -A /opt")
+    assert result.returncode == 0, result.stderr
+    assert sorted(result.stdout.decode().split()) == (["MMB", "kytv8"] if kind != "lc"
+                                                      else ["kytv8"])
+
+
+def test_kind_defaults_come_before_board_file_and_set(board, tmp_path):
+    desc = tmp_path / "standby.ini"
+    desc.write_text("[board]\nslot=7\n[support]\nbackup_dir=/opt/elsewhere\n")
+    b = board(kind="mmb-standby", board_file=desc, settings={"board.hard_type": "0x9999"})
+    assert b.show("board.slot") == "7\n"
+    assert b.show("board.active_state") == "1\n"
+    assert b.show("board.hard_type") == "0x9999\n"
+    assert b.show("support.backup_dir") == "/opt/elsewhere\n"
+    assert b.exists("/opt/MMB")
+
+
+def test_unknown_kind_is_refused(tmp_path):
+    result = bootsim("create", tmp_path / "x", "--kind", "switch", check=False)
+    assert result.returncode == 2
+    assert not (tmp_path / "x").exists()
+
+
+def test_exec_kind(tmp_path):
+    result = bootsim("exec", "--kind", "lc", "--", "/bin/sh", "-c",
+                     "cat /etc/bootsim/board.ini; test -e /opt/MMB; echo mmb=$?; ls -A /opt/kytv8")
+    out = result.stdout.decode()
+    assert "role=3\n" in out and "hard_type=0x2B3C\n" in out
+    assert "mmb=1\n" in out
+    assert out.endswith("backup\nhome\n")
+    result = bootsim("exec", "--", "/bin/sh", "-c", "test -e /opt/MMB && grep ^role= "
+                     "/etc/bootsim/board.ini")
+    assert result.stdout == b"role=1\n"
+
+
+# --------------------------------------------------------------------------- boot environment
+
+ENV_SIZE = 0x4000
+DEFAULT_ENV = {"homebak_path": "/opt/kytv8/backup", "startup_mode": "0"}
+FW_PRINTENV = ["fw_printenv", "-c", "/etc/fw_env.config"]
+
+
+def decode_env_image(data):
+    """{name: value} of a single-copy image; fails when its CRC does not match."""
+    assert len(data) == ENV_SIZE
+    (crc,) = struct.unpack("<I", data[:4])
+    assert crc == zlib.crc32(data[4:]) & 0xFFFFFFFF, "bad CRC"
+    area = data[4:]
+    end = area.index(b"\0\0")
+    return dict(entry.decode().split("=", 1) for entry in area[:end].split(b"\0"))
+
+
+def test_boot_environment_files(board):
+    b = board()
+    assert b.read("/etc/fw_env.config") == "/boot/bootsim/uboot.env 0x0 0x4000\n"
+    image = b.read_bytes("/boot/bootsim/uboot.env")
+    assert decode_env_image(image) == DEFAULT_ENV
+    result = b.run(*FW_PRINTENV)
+    assert result.returncode == 0, result.stderr
+    assert result.stdout == b"homebak_path=/opt/kytv8/backup\nstartup_mode=0\n"
+    assert bootsim("env", b.root).stdout == result.stdout
+
+
+def test_initial_image_is_what_fw_setenv_writes(board):
+    """The image bootsim writes holds what fw_setenv writes into an empty (zero-filled) image.
+
+    fw_setenv refuses a missing image, and a zero-filled one (bad CRC) unless given a default
+    environment (-f). Past the entries' terminating NUL it writes whatever its buffer holds, so
+    only the entries part is compared byte for byte."""
+    b = board()
+    b.write("/tmp/cmp/fw_env.config", "/tmp/cmp/uboot.env 0x0 0x4000\n")
+    b.write("/tmp/cmp/uboot.env", bytes(ENV_SIZE))
+    setenv = "fw_setenv -c /tmp/cmp/fw_env.config"
+    assert b.sh(f"{setenv} startup_mode 0").returncode != 0
+    result = b.sh(f"set -e; {setenv} -f /dev/null startup_mode 0; "
+                  f"{setenv} homebak_path /opt/kytv8/backup")
+    assert result.returncode == 0, result.stderr
+    theirs = b.read_bytes("/tmp/cmp/uboot.env")
+    ours = b.read_bytes("/boot/bootsim/uboot.env")
+    assert decode_env_image(theirs) == decode_env_image(ours) == DEFAULT_ENV
+    end = ours.index(b"\0\0", 4) + 2
+    assert theirs[4:end] == ours[4:end]
+    assert ours[end:] == bytes(ENV_SIZE - end)
+
+
+def test_env_round_trips_through_the_fw_tools(board):
+    b = board()
+    bootsim("env", b.root, "--set", "startup_mode=1", "greeting=a b=c", "blank=",
+            "--unset", "homebak_path")
+    result = b.run(*FW_PRINTENV)
+    assert result.stdout == b"blank=\ngreeting=a b=c\nstartup_mode=1\n"
+    assert decode_env_image(b.read_bytes("/boot/bootsim/uboot.env")) == {
+        "blank": "", "greeting": "a b=c", "startup_mode": "1"}
+    # changed inside the board by fw_setenv, seen by bootsim env
+    assert b.run("fw_setenv", "-c", "/etc/fw_env.config", "homebak_path",
+                 "/opt/kytv8/bak2").returncode == 0
+    assert b.run("fw_setenv", "-c", "/etc/fw_env.config", "blank").returncode == 0
+    assert b.env() == {"greeting": "a b=c", "homebak_path": "/opt/kytv8/bak2",
+                       "startup_mode": "1"}
+    # helpers
+    b.set_env(startup_mode=0, extra="x")
+    b.unset_env("greeting", "extra")
+    assert b.env() == {"homebak_path": "/opt/kytv8/bak2", "startup_mode": "0"}
+    assert b.env("startup_mode", "missing") == {"startup_mode": "0"}
+
+
+def test_env_names_and_exit_status(board):
+    b = board()
+    result = bootsim("env", b.root, "startup_mode", "homebak_path")
+    assert result.stdout == b"startup_mode=0\nhomebak_path=/opt/kytv8/backup\n"
+    b.set_env(empty="")
+    assert bootsim("env", b.root, "empty").stdout == b"empty=\n"
+    result = bootsim("env", b.root, "startup_mode", "absent", check=False)
+    assert result.returncode == 1
+    assert result.stdout == b"startup_mode=0\n"
+    assert b"absent is not set" in result.stderr
+    assert bootsim("env", b.root, "x", "--set", "a=1", check=False).returncode == 2
+    assert bootsim("env", b.root, "--set", "no-value", check=False).returncode == 2
+    assert bootsim("env", b.root, "--set", "a=two\nlines", check=False).returncode == 2
+
+
+def test_env_in_an_exec_board():
+    result = bootsim("exec", "--", *FW_PRINTENV)
+    assert result.stdout == b"homebak_path=/opt/kytv8/backup\nstartup_mode=0\n"
+
+
+def test_env_lock_files_are_the_boards(board):
+    """fw_setenv's lock (/var/lock -> /run/lock) lands in the board, not in the host's /run."""
+    b = board()
+    b.set_env(startup_mode=1)
+    assert (b.root / "run/lock/fw_printenv.lock").exists()
+    result = b.sh("ls -A /run/lock; readlink -f /var/lock/fw_printenv.lock")
+    assert result.stdout.decode().split() == ["fw_printenv.lock", "/run/lock/fw_printenv.lock"]
+    assert bootsim("path", b.root, "/run/lock/x").stdout.decode() == f"{b.root}/run/lock/x\n"
+
+
+# --------------------------------------------------------------------------- platform libraries
+
+LIB_DIR = "/etc/bootsim/lib"
+
+
+@pytest.fixture
+def fake_build(tmp_path):
+    """A build directory with platform library files (plain files: only paths matter here)."""
+    build = tmp_path / "build"
+    (build / "lib" / "drv-minimal").mkdir(parents=True)
+    (build / "lib" / "runtime").mkdir()
+    (build / "lib" / "libdrv.so").write_text("full driver\n")
+    (build / "lib" / "drv-minimal" / "libdrv.so").write_text("minimal driver\n")
+    (build / "lib" / "runtime" / "libsupport_linux.so").write_text("support\n")
+    (build / "lib" / "runtime" / "libextra.so").write_text("extra\n")
+    return build
+
+
+def lib_links(b):
+    directory = b.path(LIB_DIR)
+    return {name: os.readlink(directory / name) for name in sorted(os.listdir(directory))}
+
+
+def test_library_directory_full_driver(board, fake_build):
+    b = board(build=fake_build)
+    assert lib_links(b) == {
+        "libdrv.so": f"{fake_build}/lib/libdrv.so",
+        "libextra.so": f"{fake_build}/lib/runtime/libextra.so",
+        "libsupport_linux.so": f"{fake_build}/lib/runtime/libsupport_linux.so",
+    }
+    # the build directory lies in the host's /tmp: the links resolve inside the board too
+    result = b.sh(f"cat {LIB_DIR}/libdrv.so {LIB_DIR}/libsupport_linux.so")
+    assert result.returncode == 0, result.stderr
+    assert result.stdout == b"full driver\nsupport\n"
+
+
+def test_library_directory_minimal_driver_and_missing_libraries(board, fake_build):
+    b = board(build=fake_build, settings={"platform.driver": "minimal",
+                                          "platform.missing": "libsupport_linux.so"})
+    assert lib_links(b) == {"libdrv.so": f"{fake_build}/lib/drv-minimal/libdrv.so",
+                            "libextra.so": f"{fake_build}/lib/runtime/libextra.so"}
+    assert b.sh(f"cat {LIB_DIR}/libdrv.so").stdout == b"minimal driver\n"
+    # the description changes; the next command sees the new choice
+    b.set("platform.driver=full", "platform.missing=libextra.so  libsupport_linux.so")
+    assert b.sh(f"ls -A {LIB_DIR}").stdout == b"libdrv.so\n"
+    assert lib_links(b) == {"libdrv.so": f"{fake_build}/lib/libdrv.so"}
+    bootsim("set", b.root, "--unset", "platform.missing")
+    b.run("true")
+    assert sorted(lib_links(b)) == ["libdrv.so", "libextra.so", "libsupport_linux.so"]
+
+
+def test_library_directory_follows_the_build_directory_of_each_run(board, fake_build, tmp_path):
+    b = board(build=fake_build)
+    other = tmp_path / "other-build"
+    result = bootsim("run", "--build-dir", other, b.root, "--", "ls", "-A", LIB_DIR)
+    assert result.stdout == b"libdrv.so\nlibsupport_linux.so\n"
+    assert lib_links(b) == {"libdrv.so": f"{other}/lib/libdrv.so",
+                            "libsupport_linux.so": f"{other}/lib/runtime/libsupport_linux.so"}
+    # without --build-dir: $BOOTINIT_BUILD_DIR, else the repository's build/
+    bootsim("run", b.root, "true", env={"BOOTINIT_BUILD_DIR": str(fake_build)})
+    assert lib_links(b)["libdrv.so"] == f"{fake_build}/lib/libdrv.so"
+    repo_build = bootsim_path().resolve().parents[2] / "build"
+    bootsim("run", b.root, "true", env={"BOOTINIT_BUILD_DIR": ""})
+    assert lib_links(b)["libdrv.so"] == f"{repo_build}/lib/libdrv.so"
+
+
+def test_library_directory_without_a_build(board, tmp_path):
+    """Missing libraries leave dangling links; the board works all the same."""
+    missing = tmp_path / "no-build"
+    b = board(build=missing)
+    assert lib_links(b) == {
+        "libdrv.so": f"{missing}/lib/libdrv.so",
+        "libsupport_linux.so": f"{missing}/lib/runtime/libsupport_linux.so"}
+    result = b.sh(f"test -e {LIB_DIR}/libdrv.so; echo $?")
+    assert result.returncode == 0 and result.stdout == b"1\n"
+
+
+def test_library_directory_keeps_files_of_the_board(board, fake_build):
+    b = board(build=fake_build)
+    b.write(f"{LIB_DIR}/libsupport_linux.so", "board's own\n")
+    b.write(f"{LIB_DIR}/libother.so", "other\n")
+    assert b.run("true").returncode == 0
+    assert b.read(f"{LIB_DIR}/libsupport_linux.so") == "board's own\n"
+    assert b.read(f"{LIB_DIR}/libother.so") == "other\n"
+    assert os.readlink(b.path(f"{LIB_DIR}/libdrv.so")) == f"{fake_build}/lib/libdrv.so"
+
+
+def test_exec_library_directory(fake_build):
+    result = bootsim("exec", "--build-dir", fake_build, "--set", "platform.driver=minimal", "--",
+                     "/bin/sh", "-c", f"readlink {LIB_DIR}/*; cat {LIB_DIR}/libdrv.so")
+    assert result.stdout.decode().split("\n") == [
+        f"{fake_build}/lib/drv-minimal/libdrv.so",
+        f"{fake_build}/lib/runtime/libextra.so",
+        f"{fake_build}/lib/runtime/libsupport_linux.so",
+        "minimal driver", ""]
+
+
+def test_invalid_driver_choice(board, tmp_path):
+    result = bootsim("create", tmp_path / "bad", "--set", "platform.driver=huge", check=False)
+    assert result.returncode == 1 and b"[platform] driver" in result.stderr
+    assert not (tmp_path / "bad").exists()
+    b = board()
+    b.set("platform.driver=huge")
+    assert bootsim("run", b.root, "true", check=False).returncode == 125
+    assert bootsim("exec", "--set", "platform.driver=", "--", "true").returncode == 0
+
+
+def test_library_path_inside(board):
+    b = board()
+    assert b.sh('echo "$LD_LIBRARY_PATH"', env={"LD_LIBRARY_PATH": ""}).stdout == \
+        f"{LIB_DIR}\n".encode()
+    result = b.sh('echo "$LD_LIBRARY_PATH"', env={"LD_LIBRARY_PATH": "/x/lib:/y"})
+    assert result.stdout == f"{LIB_DIR}:/x/lib:/y\n".encode()
+    result = bootsim("exec", "--", "/bin/sh", "-c", 'echo "$LD_LIBRARY_PATH"',
+                     env={"LD_LIBRARY_PATH": "/z"})
+    assert result.stdout == f"{LIB_DIR}:/z\n".encode()
+
+
+# --------------------------------------------------------------------------- files in the board
+
+
+def test_ini_creates_a_sectioned_file(board):
+    b = board()
+    path = b.ini("/opt/startup.ini", {"board.hard_type": "0x1A2B", "package.cc": "main.cc"})
+    assert path == b.root / "opt/startup.ini"
+    assert b.read("/opt/startup.ini") == "[board]\nhard_type=0x1A2B\n\n[package]\ncc=main.cc\n"
+    b.ini("/opt/boot_ip.ini", **{"network.local_ip": "127.0.0.21",
+                                 "network.mmb_ip": "127.0.0.11;127.0.0.12"})
+    assert b.read("/opt/boot_ip.ini") == \
+        "[network]\nlocal_ip=127.0.0.21\nmmb_ip=127.0.0.11;127.0.0.12\n"
+    assert b.sh("cat /opt/boot_ip.ini").stdout.decode() == b.read("/opt/boot_ip.ini")
+
+
+def test_ini_updates_and_preserves(board):
+    b = board()
+    b.write("/opt/startup.ini", "; startup of the board\n[board]\nhard_type = 0x1\n# keep\n"
+                                "slot=4\n\n[package]\ncc=old.cc\nsig=old.sig\n\n[other]\nx=1\n")
+    os.chmod(b.path("/opt/startup.ini"), 0o600)
+    bootsim("ini", b.root, "/opt/startup.ini", "board.hard_type=0x1A2B", "package.cc=new.cc",
+            "board.new=n", "extra.k=v=w", "files./opt/a=sha1")
+    assert b.read("/opt/startup.ini") == (
+        "; startup of the board\n[board]\nhard_type=0x1A2B\n# keep\nslot=4\nnew=n\n\n"
+        "[package]\ncc=new.cc\nsig=old.sig\n\n[other]\nx=1\n\n[extra]\nk=v=w\n\n"
+        "[files]\n/opt/a=sha1\n")
+    assert stat.S_IMODE(os.stat(b.path("/opt/startup.ini")).st_mode) == 0o600
+    b.ini("/opt/startup.ini", unset=["package.sig", "board.slot"])
+    text = b.read("/opt/startup.ini")
+    assert "sig=" not in text and "slot=" not in text and "[package]\ncc=new.cc\n" in text
+    assert bootsim("ini", b.root, "/opt/startup.ini", "nodot=1", check=False).returncode == 2
+    assert bootsim("ini", b.root, "/opt", "a.b=1", check=False).returncode == 1
+
+
+def test_put_and_rm(board, tmp_path):
+    b = board()
+    assert b.put("/var/lib/swm/empty") == b.root / "var/lib/swm/empty"
+    assert b.read_bytes("/var/lib/swm/empty") == b""
+    assert stat.S_IMODE(os.stat(b.path("/var/lib/swm/empty")).st_mode) == 0o644
+    b.put("/opt/a/b/c.txt", text="hello\n", mode=0o600)
+    assert b.read("/opt/a/b/c.txt") == "hello\n"
+    assert stat.S_IMODE(os.stat(b.path("/opt/a/b/c.txt")).st_mode) == 0o600
+    b.put("/opt/a/b/c.txt", text="again")       # a replaced file keeps its mode
+    assert stat.S_IMODE(os.stat(b.path("/opt/a/b/c.txt")).st_mode) == 0o600
+    b.put("/boot/raw.bin", text=b"\x00\xff\x01")
+    assert b.read_bytes("/boot/raw.bin") == b"\x00\xff\x01"
+    host_file = tmp_path / "src"
+    host_file.write_bytes(b"from host\n")
+    bootsim("put", b.root, "/usr/local/conf/x.conf", "--from", host_file, "--mode", "0640")
+    assert b.sh("cat /usr/local/conf/x.conf").stdout == b"from host\n"
+    assert bootsim("put", b.root, "/opt/x", "--text", "t", "--from", host_file,
+                   check=False).returncode == 2
+    assert bootsim("put", b.root, "/opt/x", "--mode", "9", check=False).returncode == 2
+    # rm: files, symlinks (never their targets), directories with --recursive
+    os.symlink("/opt/a/b/c.txt", b.path("/opt/link"))
+    b.rm("/opt/link")
+    assert b.read("/opt/a/b/c.txt") == "again"
+    assert bootsim("rm", b.root, "/opt/a", check=False).returncode == 1
+    b.rm("/opt/a", recursive=True)
+    assert not b.exists("/opt/a")
+    assert bootsim("rm", b.root, "/opt/a", check=False).returncode == 1
+    b.rm("/opt/a", force=True)
+    for kept in ["/opt", "/etc", "/etc/bootsim/board.ini", "/dev/shm", "/tmp"]:
+        assert bootsim("rm", b.root, kept, "-r", check=False).returncode == 2, kept
+        assert b.exists(kept)
+
+
+def test_files_outside_the_board_are_refused(board, tmp_path):
+    b = board()
+    name = unique()
+    os.symlink("/usr/share", b.path("/opt/escape"))
+    os.symlink("../../usr/share", b.path("/var/lib/escape"))
+    for target in [f"/usr/{name}", f"/opt/escape/{name}", f"/var/lib/escape/{name}",
+                   "/dev/null", "/usr/local/bin/x", "/"]:
+        assert bootsim("put", b.root, target, "--text", "x", check=False).returncode == 2, target
+        assert bootsim("ini", b.root, target, "a.b=1", check=False).returncode == 2, target
+    assert bootsim("rm", b.root, "/usr/bin/env", check=False).returncode == 2
+    assert bootsim("put", b.root, "relative/path", check=False).returncode == 2
+    assert not os.path.lexists(f"/usr/share/{name}") and not os.path.lexists(f"/usr/{name}")
+    assert os.path.exists("/usr/bin/env")
+    # symlinks inside the board are followed as the board follows them
+    os.symlink("../var/lib/real", b.path("/opt/inside"))
+    b.put("/opt/inside/f", text="via link")
+    assert b.read("/var/lib/real/f") == "via link"
+
+
+def test_package(board, tmp_path):
+    b = board()
+    pkg = tmp_path / "main-1.0.cc"
+    pkg.write_bytes(b"package bytes\n")
+    assert b.package(pkg) == "/opt/kytv8/home/main-1.0.cc"
+    assert b.read_bytes("/opt/kytv8/home/main-1.0.cc") == b"package bytes\n"
+    assert b.package(pkg, backup=True) == "/opt/kytv8/backup/main-1.0.cc"
+    assert b.package(pkg, name="renamed.cc") == "/opt/kytv8/home/renamed.cc"
+    b.set("support.backup_dir=/var/lib/bak")
+    assert b.package(pkg, backup=True, name="b.cc") == "/var/lib/bak/b.cc"
+    assert b.sh("cat /var/lib/bak/b.cc").stdout == b"package bytes\n"
+    assert bootsim("package", b.root, pkg, "--name", "a/b", check=False).returncode == 2
+    assert bootsim("package", b.root, tmp_path / "none", check=False).returncode == 1
+
+
+def test_board_commands_write_nothing_on_the_host(board, tmp_path):
+    watched = WATCHED_HOST_DIRS + ["/etc", "/var/lib", "/usr/local/bin"]
+    before = {d: listing(d) for d in watched}
+    host_files = {p: os.path.exists(p) for p in ["/etc/fw_env.config", "/boot/bootsim",
+                                                  "/opt/MMB", "/opt/kytv8", "/etc/bootsim"]}
+    b = board(kind="mmb-standby")
+    b.set_env(startup_mode=1)
+    b.unset_env("homebak_path")
+    b.ini("/opt/startup.ini", {"board.hard_type": "0x1A2B"})
+    b.put("/etc/extra.conf", text="x")
+    pkg = tmp_path / "p.cc"
+    pkg.write_text("p")
+    b.package(pkg)
+    b.package(pkg, backup=True)
+    b.rm("/opt/startup.ini")
+    assert b.run("true").returncode == 0
+    bootsim("exec", "--kind", "lc", "--", "fw_setenv", "-c", "/etc/fw_env.config", "a", "1")
+    for d in watched:
+        assert listing(d) - before[d] == set(), f"new entries in host {d}"
+    for p, existed in host_files.items():
+        assert os.path.exists(p) == existed, p
+
+
 # --------------------------------------------------------------------------- help
 
 
-@pytest.mark.parametrize("command", ["create", "run", "exec", "remove", "set", "show", "log",
-                                     "path"])
+@pytest.mark.parametrize("command", ["create", "run", "exec", "remove", "set", "show", "env",
+                                     "ini", "put", "rm", "package", "log", "path"])
 def test_help(command):
     overview = bootsim("--help").stdout.decode()
     assert f"\n  {command} " in overview

@@ -10,15 +10,20 @@ A board root ROOT holds the directories that the sandbox mounts over the host's:
     ROOT/boot           -> /boot
     ROOT/dev            -> /dev          (shm/, fd/std* symlinks, mount points for device nodes)
     ROOT/tmp            -> /tmp
+    ROOT/run/lock       -> /run/lock     (when the host has it: lock files, /var/lock)
 
-and the board description in ROOT/etc/bootsim/board.ini.
+and the board description in ROOT/etc/bootsim/board.ini. A new board also gets /opt/kytv8/home
+and /opt/kytv8/backup, the marker /opt/MMB on main boards, the boot environment
+(/etc/fw_env.config, /boot/bootsim/uboot.env) and the platform library directory
+/etc/bootsim/lib.
 """
 import os
 import posixpath
 import stat
 import subprocess
 
-from .description import Description
+from . import platform, ubootenv
+from .description import DEFAULT_KIND, MAIN_BOARD_KINDS, Description
 from .errors import BootsimError
 
 DESCRIPTION_PATH = "/etc/bootsim/board.ini"
@@ -26,8 +31,17 @@ DESCRIPTION_PATH = "/etc/bootsim/board.ini"
 # Board directories mounted over the host directory of the same name, in mount order.
 MOUNTED_DIRS = ("/opt", "/var/lib", "/etc", "/usr/local", "/boot", "/tmp", "/dev")
 
+# Board directory mounted over the host's only where the host has it.
+OPTIONAL_MOUNTED_DIRS = ("/run/lock",)
+
 # Directories created empty in a new board (etc is copied from the host).
-EMPTY_DIRS = ("opt", "var/lib", "usr/local/conf", "boot", "dev/shm", "tmp")
+EMPTY_DIRS = ("opt", "var/lib", "usr/local/conf", "boot", "dev/shm", "tmp", "run/lock",
+              "opt/kytv8/home", "opt/kytv8/backup", "boot/bootsim")
+# Directories every user may create files in (mode 1777).
+STICKY_DIRS = ("tmp", "dev/shm", "run/lock")
+
+# Marker file of a main board.
+MAIN_BOARD_MARKER = "/opt/MMB"
 
 # Host device nodes bound into the board's /dev; the optional ones are skipped when missing.
 DEV_NODES = ("null", "zero", "full", "random", "urandom")
@@ -86,7 +100,7 @@ class Board:
             rest = path[len("/dev"):].lstrip("/")
             if rest in DEV_NODES + OPTIONAL_DEV_NODES:
                 return path
-        for mounted in MOUNTED_DIRS:
+        for mounted in OPTIONAL_MOUNTED_DIRS + MOUNTED_DIRS:
             if _under(path, mounted):
                 rest = path[len(mounted):].lstrip("/")
                 base = os.path.join(self.root, mounted.lstrip("/"))
@@ -131,8 +145,51 @@ class Board:
 
     # ----------------------------------------------------------------- creation
 
-    def create(self, desc, etc_source="/etc"):
-        """Create the board root; ROOT must not exist or be an empty directory."""
+    def own_path(self, board_path, follow_last=False):
+        """Host path of BOARD_PATH for bootsim to write, after resolving symlinks as the board.
+
+        Symlinks of the board in the parent directories (and in the last component with
+        FOLLOW_LAST) are followed the way a program in the board would follow them, so a link
+        to /usr never leads to the host's files: the result must lie in the board's own
+        directories (not a device node, not a mirrored /usr/local entry), else BootsimError.
+        """
+        remaining = list(reversed(_check_board_path(board_path).split("/")))
+        resolved = "/"
+        hops = 0
+        while remaining:
+            part = remaining.pop()
+            if part in ("", "."):
+                continue
+            if part == "..":
+                resolved = posixpath.dirname(resolved)
+                continue
+            candidate = posixpath.join(resolved, part)
+            last = all(p in ("", ".") for p in remaining)
+            host = self.host_path(candidate)
+            if (follow_last or not last) and host.startswith(self.root + "/") and \
+                    os.path.islink(host):
+                hops += 1
+                if hops > 40:
+                    raise BootsimError(f"{board_path}: too many levels of symbolic links")
+                target = os.readlink(host)
+                if target.startswith("/"):
+                    resolved = "/"
+                remaining.extend(reversed(target.split("/")))
+                continue
+            resolved = candidate
+        host = self.host_path(resolved)
+        if not host.startswith(self.root + "/"):
+            shown = board_path if resolved == _check_board_path(board_path) else \
+                f"{board_path} (that is {resolved})"
+            raise BootsimError(f"{shown} is not in the board's own directories", status=2)
+        return host
+
+    def create(self, desc, etc_source="/etc", kind=DEFAULT_KIND, build=None):
+        """Create the board root; ROOT must not exist or be an empty directory.
+
+        KIND decides the marker /opt/MMB (main boards); BUILD is the build directory whose
+        platform libraries the board's /etc/bootsim/lib points to (default: platform.build_dir).
+        """
         root = self.root
         made_root = False
         if os.path.lexists(root):
@@ -147,7 +204,7 @@ class Board:
             os.mkdir(root, 0o755)
             made_root = True
         try:
-            self._populate(desc, etc_source)
+            self._populate(desc, etc_source, kind, build or platform.build_dir())
         except BaseException:
             _remove_contents_quietly(root)
             if made_root:
@@ -158,12 +215,12 @@ class Board:
             raise
         return self
 
-    def _populate(self, desc, etc_source):
+    def _populate(self, desc, etc_source, kind, build):
         root = self.root
         for rel in EMPTY_DIRS:
             os.makedirs(os.path.join(root, rel), 0o755, exist_ok=True)
-        os.chmod(os.path.join(root, "tmp"), 0o1777)
-        os.chmod(os.path.join(root, "dev/shm"), 0o1777)
+        for rel in STICKY_DIRS:
+            os.chmod(os.path.join(root, rel), 0o1777)
         result = subprocess.run(["cp", "-a", "--", etc_source, os.path.join(root, "etc")],
                                 stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                 stderr=subprocess.PIPE)
@@ -174,6 +231,15 @@ class Board:
         self._make_dev()
         self.sync_usr_local()
         self.save_description(desc)
+        if kind in MAIN_BOARD_KINDS:
+            os.close(os.open(self.host_path(MAIN_BOARD_MARKER),
+                             os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o644))
+        ubootenv.write_files(self)
+        platform.refresh(self, desc, build)
+
+    def refresh_libraries(self, build):
+        """Point /etc/bootsim/lib at BUILD's platform libraries chosen by the description."""
+        return platform.refresh(self, self.description(), build)
 
     def _make_dev(self):
         dev = os.path.join(self.root, "dev")

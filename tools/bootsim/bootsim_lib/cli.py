@@ -1,13 +1,15 @@
 """Command line of bootsim."""
 import argparse
 import os
+import shlex
 import signal
 import subprocess
 import sys
 import tempfile
 
+from . import platform
 from .board import Board, remove_tree
-from .description import Description, parse_name
+from .description import DEFAULT_KIND, KINDS, Description, parse_name
 from .errors import BootsimError
 
 # Exit status of run/exec when bootsim itself fails before the command starts.
@@ -15,25 +17,37 @@ SETUP_FAILURE = 125
 
 OVERVIEW = """\
 Board sandbox of libbootinit. A board root is a directory holding one board's /opt, /var/lib,
-/etc (a copy of the host's), /usr/local/conf, /boot, /dev (with shm/), /tmp and its description
-/etc/bootsim/board.ini. Commands run inside a board see those directories in place of the host's,
-in private mount, PID and network namespaces (loopback only); the rest of the host (/usr, /work,
-...) stays visible so that built binaries run.
+/etc (a copy of the host's), /usr/local/conf, /boot, /dev (with shm/), /tmp, /run/lock and its
+description /etc/bootsim/board.ini. Commands run inside a board see those directories in place of
+the host's, in private mount, PID and network namespaces (loopback only); the rest of the host
+(/usr, /work, ...) stays visible so that built binaries run. The board's platform libraries are
+symlinks in /etc/bootsim/lib (LD_LIBRARY_PATH inside) to those of the build directory; its boot
+environment is a U-Boot environment image (/etc/fw_env.config, /boot/bootsim/uboot.env).
 """
 
 COMMANDS_HELP = """\
 commands:
-  create ROOT [--board FILE] [--set SECTION.KEY=VALUE ...]
-                         create a board root
-  run [--host-path PATH] ROOT [--] CMD [ARGS...]
+  create ROOT [--kind KIND] [--board FILE] [--set SECTION.KEY=VALUE ...] [--build-dir DIR]
+                         create a board root (KIND: mmb-active, mmb-standby, lc)
+  run [--host-path PATH] [--build-dir DIR] ROOT [--] CMD [ARGS...]
                          run CMD inside the board; exits with CMD's status
-  exec [--keep] [--board FILE] [--set ...] [--host-path PATH] -- CMD [ARGS...]
-                         run CMD in a temporary board, then remove the board
+  exec [--keep] [--kind KIND] [--board FILE] [--set ...] [--host-path PATH] [--build-dir DIR]
+       -- CMD [ARGS...]  run CMD in a temporary board, then remove the board
   remove ROOT            delete a board root
   set ROOT SECTION.KEY=VALUE ... [--unset SECTION.KEY ...]
                          change the board description
   show ROOT [SECTION.KEY]
                          print the board description (or one value)
+  env ROOT [NAME...] | env ROOT [--set NAME=VALUE ...] [--unset NAME ...]
+                         print or change the board's boot environment
+  ini ROOT BOARD_PATH SECTION.KEY=VALUE ... [--unset SECTION.KEY ...]
+                         create or update an INI file inside the board
+  put ROOT BOARD_PATH [--from HOST_FILE | --text TEXT] [--mode OCTAL]
+                         write a file inside the board
+  rm ROOT BOARD_PATH... [--recursive] [--force]
+                         remove files inside the board
+  package ROOT HOST_FILE [--backup] [--name NAME]
+                         copy a package into the board; prints its path inside
   log ROOT [--type 0|1|2] [--path BOARD_PATH] [--all | --raw-header]
                          print the text of a boot log of the board
   path ROOT BOARD_PATH...
@@ -43,13 +57,19 @@ commands:
 be set up, otherwise with the command's status (128+N when it was killed by signal N).
 
 environment:
+  BOOTINIT_BUILD_DIR     build directory when --build-dir is not given (default: the
+                         repository's build/)
   BOOTSIM_BOARDS         directory for the temporary boards of exec (default /tmp)
   BOOTSIM_BWRAP          bwrap program to use (default: bwrap from PATH)
   BOOTSIM_ROOT           set inside a board to its board root
+  LD_LIBRARY_PATH        inside a board: /etc/bootsim/lib, then the caller's value
 """
 
 BOARD_OPTIONS_HELP = {
-    "board": "INI file with the board description (merged over the default [board] name=demo)",
+    "kind": "kind of board, one of mmb-active (default), mmb-standby, lc: decides the "
+            "description's defaults (written before --board and --set) and the marker /opt/MMB "
+            "of main boards",
+    "board": "INI file with the board description (merged over the defaults of the kind)",
     "set": "set one description entry, e.g. --set board.name=mb1 (repeatable; applied after "
            "--board)",
 }
@@ -74,9 +94,18 @@ class _Formatter(argparse.RawDescriptionHelpFormatter):
 
 
 def _add_board_options(parser):
+    parser.add_argument("--kind", choices=tuple(KINDS), default=DEFAULT_KIND,
+                        help=BOARD_OPTIONS_HELP["kind"])
     parser.add_argument("--board", metavar="FILE", help=BOARD_OPTIONS_HELP["board"])
     parser.add_argument("--set", metavar="SECTION.KEY=VALUE", action="append", default=[],
                         help=BOARD_OPTIONS_HELP["set"])
+
+
+def _add_build_dir_option(parser):
+    parser.add_argument("--build-dir", metavar="DIR",
+                        help="build directory whose platform libraries the board's "
+                             "/etc/bootsim/lib points to (default: $BOOTINIT_BUILD_DIR, else "
+                             "the repository's build/)")
 
 
 def _add_host_path_option(parser):
@@ -96,25 +125,36 @@ def build_parser():
                        description="Create the board root ROOT (which must not exist or be an "
                        "empty directory): its opt/, var/lib/, etc/ (a cp -a copy of the host's "
                        "/etc with an account swm, uid/gid 2000), usr/local/conf/, boot/, dev/ "
-                       "(shm/, fd, stdin, stdout, stderr), tmp/ (mode 1777) and the description "
-                       "etc/bootsim/board.ini.")
+                       "(shm/, fd, stdin, stdout, stderr), tmp/ and run/lock/ (mode 1777), the "
+                       "description etc/bootsim/board.ini, the directories /opt/kytv8/home and "
+                       "/opt/kytv8/backup, the marker /opt/MMB on main boards, the boot "
+                       "environment (/etc/fw_env.config and the image /boot/bootsim/uboot.env "
+                       "holding startup_mode=0 and homebak_path=/opt/kytv8/backup) and the "
+                       "platform library directory /etc/bootsim/lib.")
     p.add_argument("root", metavar="ROOT")
     _add_board_options(p)
+    _add_build_dir_option(p)
 
     p = sub.add_parser("run", formatter_class=_Formatter,
-                       usage="bootsim run [-h] [--host-path PATH] ROOT [--] CMD [ARGS...]",
+                       usage="bootsim run [-h] [--host-path PATH] [--build-dir DIR] ROOT [--] "
+                             "CMD [ARGS...]",
                        description="Run CMD inside the board ROOT. stdin, stdout and stderr pass "
                        "through; the exit status is CMD's. Inside, BOOTSIM_ROOT names the board "
-                       "root and the working directory is the caller's (or / when that lies in "
-                       "a directory the board replaces and does not exist in the board).")
+                       "root, the working directory is the caller's (or / when that lies in "
+                       "a directory the board replaces and does not exist in the board) and "
+                       "LD_LIBRARY_PATH starts with /etc/bootsim/lib, whose symlinks are first "
+                       "pointed at the platform libraries of the build directory chosen by the "
+                       "description ([platform] driver and missing).")
     p.add_argument("root", metavar="ROOT")
     _add_host_path_option(p)
+    _add_build_dir_option(p)
     p.add_argument("command", metavar="CMD [ARGS...]", nargs="*",
                    help="command and its arguments, passed on untouched")
 
     p = sub.add_parser("exec", formatter_class=_Formatter,
-                       usage="bootsim exec [-h] [--keep] [--board FILE] "
-                             "[--set SECTION.KEY=VALUE] [--host-path PATH] -- CMD [ARGS...]",
+                       usage="bootsim exec [-h] [--keep] [--kind KIND] [--board FILE] "
+                             "[--set SECTION.KEY=VALUE] [--host-path PATH] [--build-dir DIR] -- "
+                             "CMD [ARGS...]",
                        description="Create a temporary board under $BOOTSIM_BOARDS (default "
                        "/tmp, named bootsim-XXXXXXXX), run CMD in it like `run`, remove the "
                        "board and exit with CMD's status. Without --keep the board lives in a "
@@ -125,6 +165,7 @@ def build_parser():
                    help="create the board on disk and keep it; its root is printed to stderr")
     _add_board_options(p)
     _add_host_path_option(p)
+    _add_build_dir_option(p)
     p.add_argument("command", metavar="CMD [ARGS...]", nargs="*",
                    help="command and its arguments, passed on untouched")
 
@@ -147,6 +188,67 @@ def build_parser():
                        "(exit status 1 when it is not set).")
     p.add_argument("root", metavar="ROOT")
     p.add_argument("name", metavar="SECTION.KEY", nargs="?")
+
+    p = sub.add_parser("env", formatter_class=_Formatter,
+                       usage="bootsim env [-h] ROOT [NAME...] | "
+                             "bootsim env ROOT [--set NAME=VALUE ...] [--unset NAME ...]",
+                       description="Print or change the boot environment of the board, with "
+                       "fw_printenv / fw_setenv -c /etc/fw_env.config run inside it. Without "
+                       "NAME all variables are printed as fw_printenv prints them; with NAMEs "
+                       "one NAME=value line each (exit status 1 when one is not set). --set and "
+                       "--unset change variables instead (a value may be empty).")
+    p.add_argument("root", metavar="ROOT")
+    p.add_argument("names", metavar="NAME", nargs="*")
+    p.add_argument("--set", metavar="NAME=VALUE", nargs="+", action="extend", default=[],
+                   dest="assignments", help="set variables")
+    p.add_argument("--unset", metavar="NAME", nargs="+", action="extend", default=[],
+                   help="remove variables")
+
+    p = sub.add_parser("ini", formatter_class=_Formatter,
+                       description="Create or update the INI file BOARD_PATH inside the board: "
+                       "each SECTION.KEY=VALUE becomes a key=value line in [SECTION], replacing "
+                       "the key's value or added after the section's last entry (a missing "
+                       "section is appended). Other sections, keys and comments stay as they "
+                       "are. SECTION ends at the first dot.")
+    p.add_argument("root", metavar="ROOT")
+    p.add_argument("board_path", metavar="BOARD_PATH")
+    p.add_argument("assignments", metavar="SECTION.KEY=VALUE", nargs="*")
+    p.add_argument("--unset", metavar="SECTION.KEY", nargs="+", action="extend", default=[],
+                   help="remove keys")
+
+    p = sub.add_parser("put", formatter_class=_Formatter,
+                       description="Write the file BOARD_PATH inside the board (parent "
+                       "directories are created): the contents of HOST_FILE, TEXT, or nothing. "
+                       "Only the board's own directories are written; symlinks of the board are "
+                       "followed as inside the board.")
+    p.add_argument("root", metavar="ROOT")
+    p.add_argument("board_path", metavar="BOARD_PATH")
+    group = p.add_mutually_exclusive_group()
+    group.add_argument("--from", metavar="HOST_FILE", dest="from_file",
+                       help="copy the contents of this host file")
+    group.add_argument("--text", metavar="TEXT", help="write TEXT (no newline is added)")
+    p.add_argument("--mode", metavar="OCTAL",
+                   help="permissions, e.g. 0600 (default: a replaced file keeps its mode and "
+                        "owner, a new one gets 0644)")
+
+    p = sub.add_parser("rm", formatter_class=_Formatter,
+                       description="Remove files (or symlinks, never their targets) inside the "
+                       "board. The board's top directories and its description are refused.")
+    p.add_argument("root", metavar="ROOT")
+    p.add_argument("board_paths", metavar="BOARD_PATH", nargs="+")
+    p.add_argument("-r", "--recursive", action="store_true",
+                   help="remove directories with their contents")
+    p.add_argument("-f", "--force", action="store_true", help="ignore missing paths")
+
+    p = sub.add_parser("package", formatter_class=_Formatter,
+                       description="Copy the package file HOST_FILE into /opt/kytv8/home of the "
+                       "board (with --backup: into the directory named by the description's "
+                       "[support] backup_dir) and print its path inside the board.")
+    p.add_argument("root", metavar="ROOT")
+    p.add_argument("host_file", metavar="HOST_FILE")
+    p.add_argument("--backup", action="store_true",
+                   help="copy into the backup directory instead")
+    p.add_argument("--name", metavar="NAME", help="file name in the board (default: HOST_FILE's)")
 
     p = sub.add_parser("log", formatter_class=_Formatter,
                        description="Print the current text of a boot log of the board: exactly "
@@ -183,8 +285,8 @@ def build_parser():
 # Commands that end with a command line passed on untouched: (positionals before it,
 # options taking a value).
 _COMMAND_RUNNERS = {
-    "run": (1, ("--host-path",)),
-    "exec": (0, ("--board", "--set", "--host-path")),
+    "run": (1, ("--host-path", "--build-dir")),
+    "exec": (0, ("--kind", "--board", "--set", "--host-path", "--build-dir")),
 }
 
 
@@ -228,7 +330,7 @@ def parse(argv):
 
 
 def _description(args):
-    desc = Description.default()
+    desc = Description.default(args.kind)
     if args.board:
         desc.merge_file(args.board)
     desc.apply(args.set)
@@ -238,14 +340,16 @@ def _description(args):
 # ----------------------------------------------------------------------------- commands
 
 def cmd_create(args):
-    Board(args.root).create(_description(args))
+    Board(args.root).create(_description(args), kind=args.kind,
+                            build=platform.build_dir(args.build_dir))
     return 0
 
 
 def cmd_run(args):
     from . import sandbox
     board = Board(args.root).require_board()
-    argv = sandbox.bwrap_args(board, args.command, host_paths=args.host_path)
+    argv = sandbox.bwrap_args(board, args.command, host_paths=args.host_path,
+                              build=platform.build_dir(args.build_dir))
     sys.stdout.flush()
     sys.stderr.flush()
     try:
@@ -279,6 +383,7 @@ def cmd_exec(args):
     if not args.command:
         raise BootsimError("no command given (bootsim exec [options] -- CMD [ARGS...])", 2)
     desc = _description(args)
+    build = platform.build_dir(args.build_dir)
     sandbox.check_host_dirs()
     base = os.path.abspath(os.environ.get("BOOTSIM_BOARDS") or "/tmp")
     try:
@@ -301,8 +406,10 @@ def cmd_exec(args):
             pass
     board = Board(root)
     try:
-        board.create(desc)
-        status = run_child(sandbox.bwrap_args(board, args.command, host_paths=args.host_path))
+        board.create(desc, kind=args.kind, build=build)
+        # create() has just made the library directory: no second refresh
+        status = run_child(sandbox.bwrap_args(board, args.command, host_paths=args.host_path,
+                                              build=build, refresh=False))
     finally:
         if args.keep:
             print(f"bootsim: board kept at {root}", file=sys.stderr)
@@ -346,6 +453,79 @@ def cmd_show(args):
     return 0
 
 
+def _in_board(board, command, capture=False):
+    """Run COMMAND inside BOARD (a bootsim tool, not a program of the build)."""
+    from . import sandbox
+    argv = sandbox.bwrap_args(board, command, cwd="/")
+    sys.stdout.flush()
+    if capture:
+        return subprocess.run(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
+    return run_child(argv)
+
+
+def cmd_env(args):
+    from . import ubootenv
+    board = Board(args.root).require_board()
+    if args.assignments or args.unset:
+        if args.names:
+            raise BootsimError("NAMEs to print cannot be combined with --set/--unset", 2)
+        commands = ubootenv.setenv_commands(args.assignments, args.unset)
+        script = "set -e\n" + "".join(shlex.join(c) + "\n" for c in commands)
+        return _in_board(board, ["/bin/sh", "-c", script])
+    if not args.names:
+        return _in_board(board, ubootenv.printenv_command())
+    for name in args.names:
+        ubootenv.check_name(name)
+    result = _in_board(board, ubootenv.printenv_command(), capture=True)
+    if result.returncode != 0:
+        raise BootsimError(f"fw_printenv failed with status {result.returncode}")
+    variables = ubootenv.parse_listing(result.stdout.decode("utf-8", errors="surrogateescape"))
+    status = 0
+    for name in args.names:
+        if name in variables:
+            print(f"{name}={variables[name]}")
+        else:
+            print(f"bootsim: {name} is not set", file=sys.stderr)
+            status = 1
+    return status
+
+
+def cmd_ini(args):
+    from . import boardfiles
+    board = Board(args.root).require_board()
+    boardfiles.update_ini(board, args.board_path, args.assignments, args.unset)
+    return 0
+
+
+def cmd_put(args):
+    from . import boardfiles
+    board = Board(args.root).require_board()
+    mode = boardfiles.parse_mode(args.mode) if args.mode is not None else None
+    if args.from_file is not None:
+        data = boardfiles.read_host_file(args.from_file)
+    elif args.text is not None:
+        data = args.text.encode("utf-8", errors="surrogateescape")
+    else:
+        data = b""
+    boardfiles.put(board, args.board_path, data, mode)
+    return 0
+
+
+def cmd_rm(args):
+    from . import boardfiles
+    board = Board(args.root).require_board()
+    for path in args.board_paths:
+        boardfiles.remove(board, path, recursive=args.recursive, force=args.force)
+    return 0
+
+
+def cmd_package(args):
+    from . import boardfiles
+    board = Board(args.root).require_board()
+    print(boardfiles.package(board, args.host_file, backup=args.backup, name=args.name))
+    return 0
+
+
 def cmd_log(args):
     from . import logfile
     board = Board(args.root).require_board()
@@ -378,6 +558,11 @@ COMMANDS = {
     "remove": cmd_remove,
     "set": cmd_set,
     "show": cmd_show,
+    "env": cmd_env,
+    "ini": cmd_ini,
+    "put": cmd_put,
+    "rm": cmd_rm,
+    "package": cmd_package,
     "log": cmd_log,
     "path": cmd_path,
 }

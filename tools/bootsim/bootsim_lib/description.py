@@ -1,7 +1,8 @@
 """The board description: an INI file kept in the board at /etc/bootsim/board.ini.
 
 The writer is generic: any section and key can be set. The keys known to bootsim itself are
-listed in DEFAULTS (and in docs/bootsim.md); later features add their own keys.
+listed in DEFAULTS and KINDS (and in docs/bootsim.md); the keys read by the platform libraries
+are documented in docs/board-description.md.
 """
 import configparser
 import io
@@ -16,6 +17,29 @@ DEFAULTS = {
         "name": "demo",
     },
 }
+
+# Entries a board of each kind starts with (written before --board and --set). Main boards
+# (role 1) also get the marker file /opt/MMB; see board.Board.create.
+_SUPPORT = {"backup_dir": "/opt/kytv8/backup"}
+KINDS = {
+    "mmb-active": {
+        "board": {"role": "1", "active_state": "0", "slot": "1", "logic_cpu_id": "0",
+                  "hard_type": "0x1A2B"},
+        "support": dict(_SUPPORT),
+    },
+    "mmb-standby": {
+        "board": {"role": "1", "active_state": "1", "slot": "2", "logic_cpu_id": "0",
+                  "hard_type": "0x1A2B"},
+        "support": dict(_SUPPORT),
+    },
+    "lc": {
+        "board": {"role": "3", "active_state": "1", "slot": "3", "logic_cpu_id": "0",
+                  "hard_type": "0x2B3C"},
+        "support": dict(_SUPPORT),
+    },
+}
+DEFAULT_KIND = "mmb-active"
+MAIN_BOARD_KINDS = ("mmb-active", "mmb-standby")
 
 
 def parse_assignment(text):
@@ -62,8 +86,15 @@ class Description:
         return parser
 
     @classmethod
-    def default(cls):
-        return cls(DEFAULTS)
+    def default(cls, kind=None):
+        """The description a new board starts with: DEFAULTS, then the entries of KIND."""
+        desc = cls(DEFAULTS)
+        if kind is not None:
+            if kind not in KINDS:
+                raise BootsimError(f"unknown board kind {kind!r} (one of {', '.join(KINDS)})",
+                                   status=2)
+            desc.update(KINDS[kind])
+        return desc
 
     @classmethod
     def load(cls, path):

@@ -9,19 +9,26 @@ inside a directory of the board.
 Host paths inside replaced directories can be passed through into the board ("host paths"):
 a command that lies in the host's /tmp (a build tree in /tmp/build-x, say) gets the top entry
 of its path (/tmp/build-x) bound into the board at the same place, so that it and its libraries
-run; more can be named with --host-path.
+run; more can be named with --host-path. The same holds for the build directory whose platform
+libraries the board's /etc/bootsim/lib points to (see platform.py): commands in the board get
+LD_LIBRARY_PATH=/etc/bootsim/lib prepended to the caller's value.
+
+Lock files (/run/lock, also reached as /var/lock) are the board's own where the host has
+/run/lock, so that the boot environment tools of one board never share a lock with the host's
+or another board's.
 """
 import os
 import shutil
 import stat
 
-from .board import MOUNTED_DIRS, _under
+from . import platform
+from .board import MOUNTED_DIRS, OPTIONAL_MOUNTED_DIRS, _under
 from .errors import BootsimError
 
 ENV_ROOT = "BOOTSIM_ROOT"
 
 # Board directories whose host counterparts are never passed through.
-NO_HOST_PATHS = ("/etc", "/dev")
+NO_HOST_PATHS = ("/etc", "/dev", "/run/lock")
 # Commands found in these host directories get their top entry passed through automatically.
 AUTO_HOST_PATH_DIRS = ("/tmp",)
 
@@ -44,26 +51,29 @@ def check_host_dirs():
 
 
 def _replaced_dir(path):
-    for directory in MOUNTED_DIRS:
+    for directory in OPTIONAL_MOUNTED_DIRS + MOUNTED_DIRS:
         if _under(path, directory):
             return directory
     return None
 
 
-def automatic_host_paths(command):
-    """Host paths to pass through for COMMAND: the top entry below /tmp of its program."""
+def automatic_host_paths(command, build=None):
+    """Host paths to pass through for COMMAND and the build directory BUILD: the top entries
+    below /tmp of the program's path and of BUILD."""
+    found = []
     program = command[0]
     if "/" not in program:
         program = shutil.which(program) or program
-    found = []
-    if "/" not in program:
-        return found
-    for candidate in (os.path.abspath(program), os.path.realpath(program)):
-        for directory in AUTO_HOST_PATH_DIRS:
-            if _under(candidate, directory) and candidate != directory:
-                top = directory + "/" + candidate[len(directory) + 1:].split("/", 1)[0]
-                if top not in found and os.path.lexists(top):
-                    found.append(top)
+    paths = [program] if "/" in program else []
+    if build is not None:
+        paths.append(build)
+    for path in paths:
+        for candidate in (os.path.abspath(path), os.path.realpath(path)):
+            for directory in AUTO_HOST_PATH_DIRS:
+                if _under(candidate, directory) and candidate != directory:
+                    top = directory + "/" + candidate[len(directory) + 1:].split("/", 1)[0]
+                    if top not in found and os.path.lexists(top):
+                        found.append(top)
     return found
 
 
@@ -126,15 +136,21 @@ def inside_cwd(board, host_paths=(), cwd=None):
     return cwd
 
 
-def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=()):
+def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=(), build=None,
+               refresh=True):
     """Full argv (bwrap first) running COMMAND inside BOARD.
 
     HOST_PATHS: host paths in replaced directories to bind into the board (read-write).
+    BUILD: the build directory; when given, it is passed through when it lies in the host's
+    /tmp, and (unless REFRESH is false) the board's platform library directory is pointed at
+    its libraries first.
     """
     if not command:
         raise BootsimError("no command given", status=2)
     check_host_dirs()
     root = board.root
+    if build is not None and refresh:
+        board.refresh_libraries(build)
     usr_local_binds = board.sync_usr_local()
     dev_binds = board.dev_binds()
 
@@ -143,7 +159,7 @@ def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=()):
         path = os.path.normpath(os.path.abspath(path))
         if path not in passed and prepare_host_path(board, path, explicit=True):
             passed.append(path)
-    for path in automatic_host_paths(command):
+    for path in automatic_host_paths(command, build):
         if path not in passed and prepare_host_path(board, path, explicit=False):
             passed.append(path)
 
@@ -159,13 +175,22 @@ def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=()):
         args += ["--bind", os.path.join(root, directory.lstrip("/")), directory]
     for host, inside in dev_binds:
         args += ["--dev-bind", host, inside]
+    for directory in OPTIONAL_MOUNTED_DIRS:
+        if os.path.isdir(directory) and not os.path.islink(directory):
+            board_dir = os.path.join(root, directory.lstrip("/"))
+            if not os.path.isdir(board_dir):  # a board made before it had one
+                os.makedirs(board_dir, 0o755, exist_ok=True)
+                os.chmod(board_dir, 0o1777)
+            args += ["--bind", board_dir, directory]
     # Host paths passed through, shortest first so that nested ones stay visible.
     for path in sorted(passed, key=len):
         args += ["--bind", path, path]
     args += ["--proc", "/proc",
              "--unshare-net", "--unshare-pid", "--die-with-parent",
              "--chdir", inside_cwd(board, passed, cwd),
-             "--setenv", ENV_ROOT, root]
+             "--setenv", ENV_ROOT, root,
+             "--setenv", "LD_LIBRARY_PATH",
+             platform.library_path(os.environ.get("LD_LIBRARY_PATH"))]
     for key, value in (extra_env or {}).items():
         args += ["--setenv", key, value]
     args += ["--"] + list(command)
