@@ -1,9 +1,9 @@
 // Board identity where the driver has no slot and no role entry point: the slot comes from
 // /opt/startup.ini, the role from the marker /opt/MMB and the CPU id.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "board/board_driver.hpp"
 #include "board_fixture.hpp"
 #include "bootinit/board.h"
 
@@ -24,8 +24,10 @@ class MinimalDriverTest : public boardtest::BoardTest {
  protected:
   void SetUp() override {
     BoardTest::SetUp();
-    ASSERT_EQ(DEV_GetRoleOfBoard, nullptr) << "the board must load the minimal driver";
-    ASSERT_EQ(drv_board_get_self_logic_slotid, nullptr);
+    // Asked of the loader: a comparison of the weak names themselves may be folded away.
+    ASSERT_EQ(dlsym(RTLD_DEFAULT, "DEV_GetRoleOfBoard"), nullptr)
+        << "the board must load the minimal driver";
+    ASSERT_EQ(dlsym(RTLD_DEFAULT, "drv_board_get_self_logic_slotid"), nullptr);
   }
 };
 
