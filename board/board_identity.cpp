@@ -16,13 +16,13 @@ namespace {
 constexpr const char *kBoardSection = "[board]";
 constexpr const char *kMmbMarker = "/opt/MMB";
 constexpr const char *kCpuIdEnv = "cpu_id";
-constexpr uint32_t kStubValueLen = 512;
+constexpr uint32_t kStartupIniValueLen = 512;
 constexpr uint32_t kCpuIdEnvLen = 20;
 
 bool StartupIniExists() { return TKAL_IsFileExist(BOOT_INIT_GetIniFile()) != 0; }
 
 // A "[board]" value of /opt/startup.ini: the ini reader's result, value in out.
-uint32_t ReadBoardKey(const char *key, char (&out)[kStubValueLen]) {
+uint32_t ReadBoardKey(const char *key, char (&out)[kStartupIniValueLen]) {
   return SWM_IniGetValue(BOOT_INIT_GetIniFile(), kBoardSection, key, out, sizeof(out));
 }
 
@@ -50,7 +50,7 @@ uint32_t StubGetBoardHardType(uint32_t *type) {
   if (!StartupIniExists()) {
     return BOOT_INIT_ERR_FILE_NOT_EXIST;
   }
-  char value[kStubValueLen] = {};
+  char value[kStartupIniValueLen] = {};
   const uint32_t ret = ReadBoardKey("hard_type", value);
   if (ret != 0) {
     return ret;
@@ -115,7 +115,7 @@ uint32_t GetSlotId(uint32_t *slot) {
     }
     return ret;
   }
-  char value[kStubValueLen] = {};
+  char value[kStartupIniValueLen] = {};
   if (ReadBoardKey("slotid", value) != 0 || value[0] == '\0') {
     return BOOT_INIT_ERROR;
   }
@@ -141,7 +141,7 @@ uint32_t StubGetCpuId(uint32_t *cpuId) {
                        "[BOOT_INIT][INFO]:get cpuid unsuccessfully, stub file not exist.");
     return BOOT_INIT_ERROR;
   }
-  char value[kStubValueLen] = {};
+  char value[kStartupIniValueLen] = {};
   if (ReadBoardKey("cpuid", value) != 0 || value[0] == '\0') {
     return BOOT_INIT_ERROR;
   }
@@ -156,7 +156,7 @@ uint32_t IsSimulate() {
         "[BOOT_INIT][INFO]:get startup.ini file unsuccessfully, stub file not exist.");
     return 0;
   }
-  char value[kStubValueLen] = {};
+  char value[kStartupIniValueLen] = {};
   return ReadBoardKey("issimulation", value) == 0 && std::strcmp(value, "true") == 0 ? 1u : 0u;
 }
 
