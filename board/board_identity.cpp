@@ -45,7 +45,7 @@ uint32_t GetBoardHardType(uint32_t *type) {
   return BOOT_INIT_StubGetBoardHardType(type);
 }
 
-uint32_t StubGetBoardHardType(uint32_t *type) {
+uint32_t HardTypeFromStartupIni(uint32_t *type) {
   *type = 0;
   if (!StartupIniExists()) {
     return BOOT_INIT_ERR_FILE_NOT_EXIST;
@@ -135,7 +135,7 @@ uint32_t GetCpuId(uint32_t *cpuId) {
   return BOOT_INIT_OK;
 }
 
-uint32_t StubGetCpuId(uint32_t *cpuId) {
+uint32_t CpuIdFromStartupIni(uint32_t *cpuId) {
   if (!StartupIniExists()) {
     BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
                        "[BOOT_INIT][INFO]:get cpuid unsuccessfully, stub file not exist.");
@@ -171,7 +171,7 @@ uint32_t BOOT_InitGetBoardHardType(uint32_t *type) {
 }
 
 uint32_t BOOT_INIT_StubGetBoardHardType(uint32_t *type) {
-  return type == nullptr ? BOOT_INIT_ERR_NULL_PTR : StubGetBoardHardType(type);
+  return type == nullptr ? BOOT_INIT_ERR_NULL_PTR : HardTypeFromStartupIni(type);
 }
 
 uint32_t BOOT_INIT_StubGetRoleOfBoard(char *buf, uint32_t len) {
@@ -216,7 +216,7 @@ uint32_t BOOT_INIT_GetCpuId(uint32_t *cpuId) {
 }
 
 uint32_t BOOT_INIT_StubGetCpuId(uint32_t *cpuId) {
-  return cpuId == nullptr ? BOOT_INIT_ERROR : StubGetCpuId(cpuId);
+  return cpuId == nullptr ? BOOT_INIT_ERROR : CpuIdFromStartupIni(cpuId);
 }
 
 uint32_t BOOT_INIT_GetLogicCpuId(uint32_t *cpuId) { return SWM_GetLogicCpuId(cpuId); }
