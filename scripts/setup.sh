@@ -8,6 +8,9 @@ packages=(
   libgtest-dev libgmock-dev googletest         # unit tests
   bubblewrap                                   # board sandbox
   libubootenv-dev libubootenv-tool             # boot environment (libdrv, fw_printenv/fw_setenv)
+  libssl-dev openssl                           # crypto library opened at run time ("libcrypto.so")
+  libselinux1                                  # security labels ("libselinux.so.1", opened at run time)
+  e2fsprogs util-linux                         # ext4 file systems that boards mount (mkfs.ext4, mount)
   python3 python3-pytest                       # board sandbox tool and scenario tests
   clang-format clang-tidy                      # static checks
 )

@@ -955,3 +955,87 @@ def test_help(command):
     overview = bootsim("--help").stdout.decode()
     assert f"\n  {command} " in overview
     assert bootsim(command, "--help").stdout.decode().startswith(f"usage: bootsim {command}")
+
+
+# --------------------------------------------------------------------------- mounts
+
+LOAD_LIBRARIES = ("import ctypes, sys\n"
+                  "for name in sys.argv[1:]:\n"
+                  "    try:\n"
+                  "        ctypes.CDLL(name)\n"
+                  "        print(name, 'loads')\n"
+                  "    except OSError as e:\n"
+                  "        print(e)\n")
+
+
+def host_mount_count():
+    with open("/proc/self/mountinfo") as f:
+        return len(f.readlines())
+
+
+def test_hidden_libraries_are_absent_inside_only(board):
+    mounts_before = host_mount_count()
+    b = board(settings={"platform.hidden": "libcrypto.so libnothing.so.7"})
+    result = python_inside(b, LOAD_LIBRARIES, "libcrypto.so", "libcrypto.so.3")
+    assert result.returncode == 0, result.stderr
+    assert result.stdout.decode() == (
+        "libcrypto.so: cannot open shared object file: No such file or directory\n"
+        "libcrypto.so.3 loads\n")
+    listing_inside = b.sh("ls /usr/lib/*/ | grep -cx 'libcrypto\\.so'")
+    assert listing_inside.stdout == b"0\n"
+    # The host keeps its library and sees no mount of the board's.
+    host = python_inside(board("plain"), LOAD_LIBRARIES, "libcrypto.so")
+    assert host.stdout.decode() == "libcrypto.so loads\n"
+    assert host_mount_count() == mounts_before
+
+
+def test_hidden_library_names_must_be_file_names(board):
+    b = board(settings={"platform.hidden": "/usr/lib/libcrypto.so"})
+    result = b.run("true")
+    assert result.returncode == 2
+    assert b"[platform] hidden takes file names, not '/usr/lib/libcrypto.so'" in result.stderr
+
+
+def test_exec_board_hides_libraries(tmp_path):
+    result = bootsim("exec", "--set", "platform.hidden=libcrypto.so", "--",
+                     "/usr/bin/python3", "-c", LOAD_LIBRARIES, "libcrypto.so")
+    assert result.stdout.decode() == (
+        "libcrypto.so: cannot open shared object file: No such file or directory\n")
+
+
+def test_ext4_file_system_of_a_board_keeps_its_files_and_flags(board):
+    mounts_before = host_mount_count()
+    b = board(settings={"filesystems./var/lib/flags": "ext4"})
+    first = b.sh("stat -f -c %T /var/lib/flags; echo kept > /var/lib/flags/file && "
+                 "chattr +d /var/lib/flags/file")
+    assert first.returncode == 0, first.stderr
+    assert first.stdout == b"ext2/ext3\n"
+    again = b.sh("cat /var/lib/flags/file; lsattr -d /var/lib/flags/file | cut -c1-7")
+    assert again.stdout == b"kept\n------d\n"
+    assert not (b.root / "var/lib/flags/file").exists()  # inside the image, not the board dir
+    assert host_mount_count() == mounts_before
+
+
+def test_exec_board_file_system_is_released(tmp_path):
+    result = bootsim("exec", "--set", "filesystems./opt/ext4=ext4", "--", "sh", "-c",
+                     'stat -f -c %T /opt/ext4 && touch /opt/ext4/f && echo "$BOOTSIM_ROOT"')
+    kind, root = result.stdout.decode().split()
+    assert kind == "ext2/ext3"
+    deadline = time.monotonic() + 5
+    while root in subprocess.run(["losetup", "-a"], stdout=subprocess.PIPE).stdout.decode():
+        assert time.monotonic() < deadline, "the loop device outlived the board"
+        time.sleep(0.1)
+
+
+@pytest.mark.parametrize("setting, message", [
+    ("filesystems./opt/fs=vfat", b"[filesystems] /opt/fs: type must be one of ext4, not 'vfat'"),
+    ("filesystems./usr/lib/fs=ext4", b"[filesystems] /usr/lib/fs must lie in one of the board's"
+                                     b" own directories"),
+    ("filesystems./etc/bootsim/x=ext4", b"[filesystems] /etc/bootsim/x must lie in one of the"
+                                        b" board's own directories"),
+])
+def test_file_system_entries_are_checked(board, setting, message):
+    b = board(settings=[setting])
+    result = b.run("true")
+    assert result.returncode == 2
+    assert message in result.stderr

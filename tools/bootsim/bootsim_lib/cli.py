@@ -379,7 +379,7 @@ def run_child(argv):
 
 
 def cmd_exec(args):
-    from . import namespace, sandbox
+    from . import mounts, namespace, sandbox
     if not args.command:
         raise BootsimError("no command given (bootsim exec [options] -- CMD [ARGS...])", 2)
     desc = _description(args)
@@ -400,6 +400,7 @@ def cmd_exec(args):
         # (almost) nothing and the host's disk never sees it. Fall back to disk if not allowed.
         try:
             namespace.enter_private_mount_namespace()
+            mounts.mark_entered()
             namespace.mount_tmpfs(root)
             in_ram = True
         except OSError:

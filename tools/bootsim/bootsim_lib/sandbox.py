@@ -21,7 +21,7 @@ import os
 import shutil
 import stat
 
-from . import platform
+from . import mounts, platform
 from .board import MOUNTED_DIRS, OPTIONAL_MOUNTED_DIRS, _under
 from .errors import BootsimError
 
@@ -151,6 +151,7 @@ def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=(), build=No
     root = board.root
     if build is not None and refresh:
         board.refresh_libraries(build)
+    library_views = mounts.prepare(board)
     usr_local_binds = board.sync_usr_local()
     dev_binds = board.dev_binds()
 
@@ -164,6 +165,8 @@ def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=(), build=No
             passed.append(path)
 
     args = [find_bwrap(), "--dev-bind", "/", "/"]
+    for view, directory in library_views:
+        args += ["--ro-bind", view, directory]
     for directory in ("/opt", "/var/lib", "/etc"):
         args += ["--bind", os.path.join(root, directory.lstrip("/")), directory]
     # /usr/local: the board's directory (own conf/), with the host's entries bound read-only
