@@ -1,8 +1,13 @@
-/* Every public header must stay usable from strict C. This file only has to compile. */
+/* Every public header must stay usable from strict C. This file only has to compile.
+ * The headers use POSIX types (pthread_rwlock_t), which strict C sees only when asked for. */
+#define _POSIX_C_SOURCE 200809L
 #include "bootinit/base.h"
+#include "bootinit/board.h"
 #include "bootinit/common.h"
 #include "bootinit/dispatch.h"
 #include "bootinit/log.h"
+#include "bootinit/measure.h"
+#include "bootinit/startup.h"
 #include "boundedstr.h"
 #include "swm.h"
 #include "tkal.h"

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "boundedstr.h"
+#include "swm.h"
 
 namespace commonfaults {
 Faults &Get() {
@@ -22,6 +23,8 @@ int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(
                           void *arg);
 void *__real_calloc(size_t count, size_t size);
 errno_t __real_memset_s(void *dest, size_t destMax, int c, size_t count);
+uint32_t __real_SWM_TransString2Array(const char *str, const char *separators, char ***array,
+                                      uint32_t *count, uint32_t flags);
 
 int __wrap_pthread_attr_init(pthread_attr_t *attr) {
   const int forced = commonfaults::Get().attrInitResult;
@@ -41,10 +44,19 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attr, void *(
 }
 
 void *__wrap_calloc(size_t count, size_t size) {
-  return commonfaults::Get().failCalloc ? nullptr : __real_calloc(count, size);
+  commonfaults::Faults &faults = commonfaults::Get();
+  const bool failThisOne = faults.callocFailAt > 0 && ++faults.callocSeen == faults.callocFailAt;
+  return faults.failCalloc || failThisOne ? nullptr : __real_calloc(count, size);
 }
 
 errno_t __wrap_memset_s(void *dest, size_t destMax, int c, size_t count) {
   return commonfaults::Get().failMemset ? BOUNDED_ERANGE : __real_memset_s(dest, destMax, c, count);
+}
+
+// Splitting only fails when memory runs out, which no test can bring about for real.
+uint32_t __wrap_SWM_TransString2Array(const char *str, const char *separators, char ***array,
+                                      uint32_t *count, uint32_t flags) {
+  const uint32_t forced = commonfaults::Get().splitResult;
+  return forced != 0 ? forced : __real_SWM_TransString2Array(str, separators, array, count, flags);
 }
 }
