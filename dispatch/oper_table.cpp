@@ -2,6 +2,7 @@
 // wins. Number 4 is a known operation without a function, and numbers 19 and 18 stand in that
 // order on purpose. An entry's function stays empty until its operation is available.
 #include "bootinit/board.h"
+#include "bootinit/common.h"
 #include "bootinit/dispatch.h"
 #include "bootinit/log.h"
 #include "bootinit/startup.h"
@@ -23,7 +24,7 @@ const BOOT_INIT_OPER_FUNC_INFO_S g_operFuncInfo[BOOT_INIT_OPER_FUNC_NUM] = {
     {11, BOOT_InitOperSetStartupMode},
     {12, nullptr},  // back up the start files
     {13, nullptr},  // remove backed-up files
-    {14, nullptr},  // change security labels and file flags
+    {14, BOOT_InitOperModFileAttr},
     {15, nullptr},  // back up the start patch files
     {16, nullptr},  // check package type and product
     {17, nullptr},  // measure a file

@@ -12,7 +12,9 @@ packages=(
   libselinux1                                  # security labels ("libselinux.so.1", opened at run time)
   e2fsprogs util-linux                         # ext4 file systems that boards mount (mkfs.ext4, mount)
   python3 python3-pytest                       # board sandbox tool and scenario tests
+  python3-pyftpdlib curl                       # FTP servers of simulated main boards; benchmarks
   clang-format clang-tidy                      # static checks
+  clang libclang-rt-dev                        # fuzz harnesses (libFuzzer)
 )
 
 missing=()

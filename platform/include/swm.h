@@ -7,6 +7,8 @@
 
 #include <stdint.h>
 #include <stdio.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/types.h>
 
 #ifdef __cplusplus
@@ -46,6 +48,10 @@ SWM_API uint32_t SWM_MkParentDir(const char *dir, uid_t uid, gid_t gid, mode_t m
  * 0 the link itself (lchown); any other value and NULL path give SWM_ERR_PARAM.
  * SWM_ERR_IO (errno kept) when the call fails. */
 SWM_API uint32_t SWM_Chown(int followLinks, const char *path, uid_t uid, gid_t gid);
+/* Replaces dst whole by a copy of regular file src (see docs/file-attributes.md); 0 on success. */
+SWM_API uint32_t SWM_CopyFile(const char *src, const char *dst);
+/* chmod(2) of path (links followed) with the 07777 bits of mode; SWM_ERR_IO keeps errno. */
+SWM_API uint32_t SWM_FchmodPath(const char *path, mode_t mode);
 
 /* ---- strings ---- */
 
@@ -133,6 +139,61 @@ SWM_API uint32_t SWM_GetSlotId(uint32_t *slotId);
  * error). [board] hard_types (numbers separated by blanks or commas), else the single
  * [board] hard_type, else none. */
 SWM_API uint32_t SWM_GetBoardMultiHardType(uint32_t *list, uint32_t *count);
+
+/* High-availability and network facts of the board, from the board description ([board], [net],
+ * [ftp]; see docs/board-description.md), with the same rules as the board facts above. */
+
+/* HA role of the system on this board: 0 master, other values not master. */
+SWM_API uint32_t SWM_GetSystemHaRole(uint32_t *role);
+/* Non-zero on a main management board. */
+SWM_API int SWM_BoardIsMMB(void);
+/* Non-zero when the device is a stack of chassis. */
+SWM_API int SWM_IsStackEnabled(void);
+/* IPv4 address (text) of the stack master. SWM_ERR_TOO_LONG when it does not fit len bytes. */
+SWM_API uint32_t SWM_GetStackMasterIp(char *ip, uint32_t len);
+/* IPv4 addresses (text) of main management boards 1 and 2. */
+SWM_API uint32_t SWM_GetServerIpByBoardRole(char *mmbIp1, uint32_t len1, char *mmbIp2,
+                                            uint32_t len2);
+/* IPv4 address (text) of this board. */
+SWM_API uint32_t SWM_GetBoardLocalIp(char *ip, uint32_t len);
+/* The port text of an FTP server configuration file (its "port" entry), at most len - 1
+ * characters. */
+SWM_API uint32_t SWM_GetPortInfoReliable(const char *file, char *port, uint32_t len);
+
+/* One platform user: 1924 bytes; the name starts at byte 0, the home directory at byte 640. */
+#define SWM_USER_NAME_LEN 256u
+#define SWM_USER_HOME_LEN 256u
+typedef struct {
+  char name[SWM_USER_NAME_LEN];
+  char reserved1[384];
+  char homeDir[SWM_USER_HOME_LEN];
+  char reserved2[1028];
+} SWM_USER_INFO_S;
+
+/* The platform's users (at most ten) as a newly allocated array of *count records, which the
+ * caller frees with free(). reserved must be NULL. */
+SWM_API uint32_t SWM_GetMaxTenUsersInfo(SWM_USER_INFO_S **users, uint32_t *count, void *reserved);
+
+/* ---- sockets (BSD sockets) ----
+ * Addresses are socket-address storages (128 bytes) holding an IPv4 or IPv6 address. Results:
+ * SWM_OK, SWM_ERR_PARAM for bad arguments, SWM_ERR_IO with errno kept. */
+
+/* A new TCP socket of family (AF_INET or AF_INET6), close-on-exec. */
+SWM_API uint32_t SWM_SockGetTcpSock(int32_t family, int32_t *fd);
+SWM_API uint32_t SWM_SockBind(int32_t fd, const struct sockaddr_storage *address);
+/* Blocking connect; interrupted calls are waited for until the connection is made or fails. */
+SWM_API uint32_t SWM_SockConnect(int32_t fd, const struct sockaddr_storage *address);
+SWM_API uint32_t SWM_SockSetLinger(int32_t fd, const struct linger *linger);
+/* Keep-alive on, with idle seconds before the first probe, seconds between probes, and the
+ * number of unanswered probes that drop the connection. */
+SWM_API uint32_t SWM_SockSetKeepAlive(int32_t fd, int32_t idleSeconds, int32_t intervalSeconds,
+                                      int32_t probes);
+SWM_API uint32_t SWM_SockSetRcvTimeout(int32_t fd, const struct timeval *timeout);
+SWM_API uint32_t SWM_SockSetSndTimeout(int32_t fd, const struct timeval *timeout);
+SWM_API uint32_t SWM_SockGetLocalSockAddr(int32_t fd, struct sockaddr_storage *address);
+SWM_API uint32_t SWM_SockGetPeerSockAddr(int32_t fd, struct sockaddr_storage *address);
+/* Writes port (host byte order) into an IPv4 or IPv6 address. */
+SWM_API uint32_t SWM_SockSetPort(uint16_t port, struct sockaddr_storage *address);
 
 #ifdef __cplusplus
 }

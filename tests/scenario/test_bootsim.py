@@ -61,7 +61,9 @@ def test_create_makes_the_board_layout(board):
         assert os.readlink(root / "dev" / name) == target
     assert (root / "etc/bootsim/board.ini").read_text() == (
         "[board]\nname=demo\nrole=1\nactive_state=0\nslot=1\nlogic_cpu_id=0\nhard_type=0x1A2B\n\n"
-        "[support]\nbackup_dir=/opt/kytv8/backup\n\n")
+        "[support]\nbackup_dir=/opt/kytv8/backup\n\n"
+        "[net]\naddress=127.0.0.11\nmmb1_address=127.0.0.11\nmmb2_address=127.0.0.12\n\n"
+        "[ftp]\nusers=bootfile:/opt swmdata:/var/lib\n\n")
 
 
 def test_etc_is_a_real_copy(board):
@@ -97,7 +99,7 @@ def test_create_with_board_file_and_overrides(board, tmp_path):
     text = b.show()
     assert "[board]\nname=mb2\nrole=1\nactive_state=0\nslot=3\n" in text
     assert "[tpm]\nport=2321\n" in text
-    assert "[ftp]\naddress=127.0.0.11\n" in text
+    assert "[ftp]\nusers=bootfile:/opt swmdata:/var/lib\naddress=127.0.0.11\n" in text
     assert b.show("board.slot").strip() == "3"
 
 
@@ -371,11 +373,13 @@ def test_exec_passes_arguments_untouched():
 def test_exec_board_options(tmp_path):
     desc = tmp_path / "lc.ini"
     desc.write_text("[board]\nname=lc1\n")
-    result = bootsim("exec", "--kind", "lc", "--board", desc, "--set", "net.address=127.0.0.21",
+    result = bootsim("exec", "--kind", "lc", "--board", desc, "--set", "net.address=127.0.0.31",
                      "--", "cat", "/etc/bootsim/board.ini")
     assert result.stdout.decode() == (
         "[board]\nname=lc1\nrole=3\nactive_state=1\nslot=3\nlogic_cpu_id=0\nhard_type=0x2B3C\n\n"
-        "[support]\nbackup_dir=/opt/kytv8/backup\n\n[net]\naddress=127.0.0.21\n\n")
+        "[support]\nbackup_dir=/opt/kytv8/backup\n\n"
+        "[net]\naddress=127.0.0.31\nmmb1_address=127.0.0.11\nmmb2_address=127.0.0.12\n\n"
+        "[ftp]\nusers=bootfile:/opt swmdata:/var/lib\n\n")
 
 
 def test_exec_keep_leaves_the_board(tmp_path):
@@ -459,7 +463,7 @@ def test_set_and_show(board):
     assert b.show("ftp.user") == "a=b\n"
     bootsim("set", b.root, "--unset", "ftp.address")
     text = b.show()
-    assert "address" not in text and "user=a=b" in text
+    assert "[ftp]\nusers=bootfile:/opt swmdata:/var/lib\nuser=a=b\n\n" in text
     assert bootsim("show", b.root, "ftp.address", check=False).returncode == 1
     assert bootsim("set", b.root, "no-dot=1", check=False).returncode == 2
     assert b.sh("cat /etc/bootsim/board.ini").stdout.decode() == text
@@ -556,6 +560,7 @@ KIND_DEFAULTS = {
     "lc": {"role": "3", "active_state": "1", "slot": "3", "logic_cpu_id": "0",
            "hard_type": "0x2B3C"},
 }
+KIND_ADDRESSES = {"mmb-active": "127.0.0.11", "mmb-standby": "127.0.0.12", "lc": "127.0.0.21"}
 
 
 @pytest.mark.parametrize("kind", sorted(KIND_DEFAULTS))
@@ -565,6 +570,10 @@ def test_kinds_write_their_defaults(board, kind):
         assert b.show(f"board.{key}") == value + "\n", key
     assert b.show("board.name") == "demo\n"
     assert b.show("support.backup_dir") == "/opt/kytv8/backup\n"
+    assert b.show("net.address") == KIND_ADDRESSES[kind] + "\n"
+    assert b.show("net.mmb1_address") == "127.0.0.11\n"
+    assert b.show("net.mmb2_address") == "127.0.0.12\n"
+    assert b.show("ftp.users") == "bootfile:/opt swmdata:/var/lib\n"
     assert b.exists("/opt/MMB") == (kind != "lc")
     if kind != "lc":
         assert b.path("/opt/MMB").read_bytes() == b""

@@ -19,23 +19,33 @@ DEFAULTS = {
 }
 
 # Entries a board of each kind starts with (written before --board and --set). Main boards
-# (role 1) also get the marker file /opt/MMB; see board.Board.create.
+# (role 1) also get the marker file /opt/MMB; see board.Board.create. Every board knows the
+# addresses of both main boards and has its own address in the board network (127.0.0.11 and
+# 127.0.0.12 for main boards 1 and 2, 127.0.0.21 for a line card), and the FTP users.
 _SUPPORT = {"backup_dir": "/opt/kytv8/backup"}
+_MAIN_BOARD_ADDRESSES = {"mmb1_address": "127.0.0.11", "mmb2_address": "127.0.0.12"}
+_FTP = {"users": "bootfile:/opt swmdata:/var/lib"}
 KINDS = {
     "mmb-active": {
         "board": {"role": "1", "active_state": "0", "slot": "1", "logic_cpu_id": "0",
                   "hard_type": "0x1A2B"},
         "support": dict(_SUPPORT),
+        "net": {"address": "127.0.0.11", **_MAIN_BOARD_ADDRESSES},
+        "ftp": dict(_FTP),
     },
     "mmb-standby": {
         "board": {"role": "1", "active_state": "1", "slot": "2", "logic_cpu_id": "0",
                   "hard_type": "0x1A2B"},
         "support": dict(_SUPPORT),
+        "net": {"address": "127.0.0.12", **_MAIN_BOARD_ADDRESSES},
+        "ftp": dict(_FTP),
     },
     "lc": {
         "board": {"role": "3", "active_state": "1", "slot": "3", "logic_cpu_id": "0",
                   "hard_type": "0x2B3C"},
         "support": dict(_SUPPORT),
+        "net": {"address": "127.0.0.21", **_MAIN_BOARD_ADDRESSES},
+        "ftp": dict(_FTP),
     },
 }
 DEFAULT_KIND = "mmb-active"
