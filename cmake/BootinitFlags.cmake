@@ -6,7 +6,7 @@ set(BOOTINIT_WARNINGS
 set(BOOTINIT_CXX_WARNINGS -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual)
 
 set(BOOTINIT_HARDENING -fstack-protector-strong -fstack-clash-protection)
-if(NOT BOOTINIT_SANITIZE)
+if(NOT BOOTINIT_SANITIZE AND NOT BOOTINIT_FUZZ)
   # Fortification and the sanitizers instrument the same calls; keep them apart.
   # (It needs an optimising build; glibc warns, and -Werror fails, without one.)
   list(APPEND BOOTINIT_HARDENING $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=3>)
@@ -17,6 +17,12 @@ if(BOOTINIT_SANITIZE)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()
+
+# libFuzzer trees (clang): the library's objects and the harnesses get coverage feedback,
+# AddressSanitizer and UBSan (tests/fuzz applies them). The platform libraries stay as they are:
+# clang links its sanitizer runtime into executables only, and they are linked --no-undefined.
+set(BOOTINIT_FUZZ_FLAGS -fsanitize=fuzzer-no-link,address,undefined
+    -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
 
 # Strict settings for the project's own production code (library, platform, tools).
 function(bootinit_strict target)

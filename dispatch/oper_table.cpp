@@ -4,6 +4,7 @@
 #include "bootinit/board.h"
 #include "bootinit/common.h"
 #include "bootinit/dispatch.h"
+#include "bootinit/download.h"
 #include "bootinit/log.h"
 #include "bootinit/startup.h"
 
@@ -12,7 +13,7 @@ extern "C" {
 const BOOT_INIT_OPER_FUNC_INFO_S g_operFuncInfo[BOOT_INIT_OPER_FUNC_NUM] = {
     {0, nullptr},  // extract a proven file from a package
     {1, BOOT_InitOperGetDrvBasicInfo},
-    {2, nullptr},  // download start files from the main board
+    {2, BOOT_InitOperDownloadFile},
     {3, nullptr},  // verify files and packages
     {4, nullptr},  // known, never available
     {5, nullptr},  // turn a .bin file into the real file

@@ -5,6 +5,7 @@
 #include "bootinit/board.h"
 #include "bootinit/common.h"
 #include "bootinit/dispatch.h"
+#include "bootinit/download.h"
 #include "bootinit/log.h"
 #include "bootinit/measure.h"
 #include "bootinit/startup.h"
