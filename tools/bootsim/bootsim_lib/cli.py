@@ -144,7 +144,9 @@ def build_parser():
                        "a directory the board replaces and does not exist in the board) and "
                        "LD_LIBRARY_PATH starts with /etc/bootsim/lib, whose symlinks are first "
                        "pointed at the platform libraries of the build directory chosen by the "
-                       "description ([platform] driver and missing).")
+                       "description ([platform] driver and missing). When the description "
+                       "names [peers] (main boards, or scripts, see docs/bootsim.md), their FTP "
+                       "servers listen in the board's network while CMD runs.")
     p.add_argument("root", metavar="ROOT")
     _add_host_path_option(p)
     _add_build_dir_option(p)
@@ -349,7 +351,7 @@ def cmd_run(args):
     from . import sandbox
     board = Board(args.root).require_board()
     argv = sandbox.bwrap_args(board, args.command, host_paths=args.host_path,
-                              build=platform.build_dir(args.build_dir))
+                              build=platform.build_dir(args.build_dir), runner="run")
     sys.stdout.flush()
     sys.stderr.flush()
     try:
@@ -410,7 +412,8 @@ def cmd_exec(args):
         board.create(desc, kind=args.kind, build=build)
         # create() has just made the library directory: no second refresh
         status = run_child(sandbox.bwrap_args(board, args.command, host_paths=args.host_path,
-                                              build=build, refresh=False))
+                                              build=build, refresh=False, runner="exec",
+                                              restored_signals=True))
     finally:
         if args.keep:
             print(f"bootsim: board kept at {root}", file=sys.stderr)

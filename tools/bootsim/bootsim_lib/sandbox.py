@@ -16,12 +16,17 @@ LD_LIBRARY_PATH=/etc/bootsim/lib prepended to the caller's value.
 Lock files (/run/lock, also reached as /var/lock) are the board's own where the host has
 /run/lock, so that the boot environment tools of one board never share a lock with the host's
 or another board's.
+
+A board whose description names [peers] gets their FTP servers in its network while a command
+of `run` or `exec` runs: the peer roots are bound read-only onto mount points in the board's
+/etc/bootsim/peers, and the command is started through the launcher that starts the servers
+and then becomes the command (see peers.py).
 """
 import os
 import shutil
 import stat
 
-from . import mounts, platform
+from . import mounts, peers, platform
 from .board import MOUNTED_DIRS, OPTIONAL_MOUNTED_DIRS, _under
 from .errors import BootsimError
 
@@ -137,13 +142,16 @@ def inside_cwd(board, host_paths=(), cwd=None):
 
 
 def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=(), build=None,
-               refresh=True):
+               refresh=True, runner=None, restored_signals=False):
     """Full argv (bwrap first) running COMMAND inside BOARD.
 
     HOST_PATHS: host paths in replaced directories to bind into the board (read-write).
     BUILD: the build directory; when given, it is passed through when it lies in the host's
     /tmp, and (unless REFRESH is false) the board's platform library directory is pointed at
     its libraries first.
+    RUNNER: the bootsim command ("run" or "exec") starting COMMAND; with it, the FTP servers of
+    the board's [peers] run in the board while COMMAND runs (see peers.py). RESTORED_SIGNALS:
+    whether COMMAND's starter sets the signals Python ignores back to their defaults.
     """
     if not command:
         raise BootsimError("no command given", status=2)
@@ -151,6 +159,10 @@ def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=(), build=No
     root = board.root
     if build is not None and refresh:
         board.refresh_libraries(build)
+    served = peers.plan(board) if runner is not None else None
+    launcher = []
+    if served is not None and served.servers:
+        launcher = peers.launcher_command(served.servers, [], runner, restored_signals)
     library_views = mounts.prepare(board)
     usr_local_binds = board.sync_usr_local()
     dev_binds = board.dev_binds()
@@ -160,7 +172,10 @@ def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=(), build=No
         path = os.path.normpath(os.path.abspath(path))
         if path not in passed and prepare_host_path(board, path, explicit=True):
             passed.append(path)
-    for path in automatic_host_paths(command, build):
+    automatic = automatic_host_paths(command, build)
+    if launcher:
+        automatic += [p for p in automatic_host_paths([peers.LAUNCHER]) if p not in automatic]
+    for path in automatic:
         if path not in passed and prepare_host_path(board, path, explicit=False):
             passed.append(path)
 
@@ -188,6 +203,9 @@ def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=(), build=No
     # Host paths passed through, shortest first so that nested ones stay visible.
     for path in sorted(passed, key=len):
         args += ["--bind", path, path]
+    # Peer roots, read-only, onto their mount points in the board's own /etc.
+    for host, inside in (served.binds if launcher else []):
+        args += ["--ro-bind", host, inside]
     args += ["--proc", "/proc",
              "--unshare-net", "--unshare-pid", "--die-with-parent",
              "--chdir", inside_cwd(board, passed, cwd),
@@ -196,5 +214,5 @@ def bwrap_args(board, command, cwd=None, extra_env=None, host_paths=(), build=No
              platform.library_path(os.environ.get("LD_LIBRARY_PATH"))]
     for key, value in (extra_env or {}).items():
         args += ["--setenv", key, value]
-    args += ["--"] + list(command)
+    args += ["--"] + launcher + list(command)
     return args
