@@ -1,7 +1,7 @@
 """Inside a board: start the FTP servers of the board's peers, then become the command.
 
-bwrap starts this as `/usr/bin/python3 -I -B board_servers.py SPEC -- CMD [ARGS...]` when the
-board's description names peers (see peers.py, which writes SPEC). Each server runs in a
+bwrap starts this as `/usr/bin/python3 -I -B board_servers.py ORDERS -- CMD [ARGS...]` when the
+board's description names peers (see peers.py, which writes ORDERS). Each server runs in a
 process of its own: detached into its own session (so a terminal's signals never reach it),
 with its output in its log file and no other descriptor of the command. Once every server
 listens, this process executes CMD in its own place, so CMD keeps the process bwrap started,
@@ -111,17 +111,17 @@ def wait_ready(servers, fds):
 
 def main(argv):
     if len(argv) < 4 or argv[2] != "--":
-        print("usage: board_servers.py SPEC -- CMD [ARGS...]", file=sys.stderr)
+        print("usage: board_servers.py ORDERS -- CMD [ARGS...]", file=sys.stderr)
         return SETUP_FAILURE
-    spec = json.loads(argv[1])
+    orders = json.loads(argv[1])
     command = argv[3:]
     try:
-        fds = [start(server) for server in spec["servers"]]
-        wait_ready(spec["servers"], fds)
+        fds = [start(server) for server in orders["servers"]]
+        wait_ready(orders["servers"], fds)
     except (ServerError, OSError) as e:
-        print(f"bootsim {spec['runner']}: error: {e}", file=sys.stderr)
+        print(f"bootsim {orders['runner']}: error: {e}", file=sys.stderr)
         return SETUP_FAILURE
-    for name, disposition in spec["signals"].items():
+    for name, disposition in orders["signals"].items():
         signal.signal(getattr(signal, name),
                       signal.SIG_IGN if disposition == "ignore" else signal.SIG_DFL)
     try:

@@ -181,7 +181,7 @@ def signal_dispositions(restored):
 
 def launcher_command(servers, command, runner, restored_signals):
     """The argv that starts SERVERS inside the board and then becomes COMMAND."""
-    spec = {"runner": runner, "signals": signal_dispositions(restored_signals),
-            "servers": [asdict(server) for server in servers]}
-    return [PYTHON, "-I", "-B", LAUNCHER, json.dumps(spec, separators=(",", ":")), "--"] + \
+    orders = {"runner": runner, "signals": signal_dispositions(restored_signals),
+              "servers": [asdict(server) for server in servers]}
+    return [PYTHON, "-I", "-B", LAUNCHER, json.dumps(orders, separators=(",", ":")), "--"] + \
         list(command)
