@@ -8,6 +8,7 @@
 #include "bootinit/common.h"
 #include "bootinit/log.h"
 #include "boundedstr.h"
+#include "common/support/c_owners.hpp"
 #include "common/support/messages.hpp"
 #include "swm.h"
 #include "tkal.h"
@@ -27,15 +28,9 @@ constexpr uint32_t kRootPathBufLen = 256;
 // fgets reads at most 511 characters; a longer line arrives in pieces, each taken as a line.
 constexpr int kCfgLineBufLen = 512;
 
-struct FreeDeleter {
-  void operator()(char **array) const { std::free(array); }
-};
-using FieldArray = std::unique_ptr<char *, FreeDeleter>;
+using FieldArray = MallocPtr<char *>;
 
-struct FileCloser {
-  void operator()(FILE *stream) const { (void)std::fclose(stream); }
-};
-using UniqueFile = std::unique_ptr<FILE, FileCloser>;
+using UniqueFile = FileStream;
 
 // Finds the first non-blank line containing key, trimmed in place in line.
 bool FindKeyLine(FILE *stream, const char *key, char (&line)[kCfgLineBufLen]) {

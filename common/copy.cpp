@@ -5,6 +5,7 @@
 
 #include "bootinit/common.h"
 #include "bootinit/log.h"
+#include "common/support/c_owners.hpp"
 #include "common/support/messages.hpp"
 #include "tkal.h"
 
@@ -14,15 +15,10 @@ namespace {
 // One fixed buffer whatever the length, so memory stays constant for any file size.
 constexpr std::size_t kCopyChunk = 32768;
 
-struct FreeDeleter {
-  void operator()(void *buffer) const { std::free(buffer); }
-};
-
 }  // namespace
 
 uint32_t CopyWithLen(int in, int out, int32_t length) {
-  const std::unique_ptr<unsigned char, FreeDeleter> buffer(
-      static_cast<unsigned char *>(std::calloc(1, kCopyChunk)));
+  const MallocPtr<unsigned char> buffer(static_cast<unsigned char *>(std::calloc(1, kCopyChunk)));
   if (buffer == nullptr) {
     BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, BOOTINIT_MSG_NULL_PARAM_1);
     return BOOT_INIT_ERR_NO_MEMORY;

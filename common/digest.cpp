@@ -17,6 +17,7 @@
 #include "bootinit/common.h"
 #include "bootinit/log.h"
 #include "boundedstr.h"
+#include "common/support/c_owners.hpp"
 #include "common/support/dl_library.hpp"
 #include "common/support/fixed_text.hpp"
 #include "common/support/messages.hpp"
@@ -49,16 +50,7 @@ using InitFunc = int (*)(BOOT_INIT_SHA256_STATE_S *);
 using UpdateFunc = int (*)(BOOT_INIT_SHA256_STATE_S *, const void *, size_t);
 using FinalFunc = int (*)(unsigned char *, BOOT_INIT_SHA256_STATE_S *);
 
-struct DlCloser {
-  void operator()(void *handle) const { (void)::dlclose(handle); }
-};
-// A library handle that is closed unless it is handed on with release().
-using LibraryHandle = std::unique_ptr<void, DlCloser>;
-
-struct FreeDeleter {
-  void operator()(unsigned char *buffer) const { std::free(buffer); }
-};
-using ReadBuffer = std::unique_ptr<unsigned char, FreeDeleter>;
+using ReadBuffer = MallocPtr<unsigned char>;
 
 void WarnMemset(void *dest, std::size_t size, const char *function, int line) {
   if (memset_s(dest, size, 0, size) != EOK) {

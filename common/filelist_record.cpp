@@ -9,6 +9,7 @@
 
 #include "bootinit/common.h"
 #include "bootinit/log.h"
+#include "common/support/c_owners.hpp"
 #include "common/support/fixed_text.hpp"
 #include "common/support/messages.hpp"
 #include "swm.h"
@@ -24,13 +25,6 @@ constexpr int kLineBufferSize = 512;
 
 constexpr const char *kNullParam2 = "[BOOT_INIT][ERROR]:input param is null when check null 2";
 constexpr const char *kSplitFailed = "[BOOT_INIT][ERROR]:Trans string to array failed, result = %u";
-
-struct FreeDeleter {
-  void operator()(void *block) const { std::free(block); }
-};
-struct FileCloser {
-  void operator()(FILE *stream) const { (void)std::fclose(stream); }
-};
 
 // Copies one field; a field that does not fit is reported and the record is kept, since no
 // reader relies on an over-long field's content.
@@ -69,7 +63,7 @@ uint32_t ParseLine(char *line, Record *record) {
     BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, kSplitFailed, split);
     return BOOT_INIT_ERROR;
   }
-  const std::unique_ptr<char *, FreeDeleter> owner(array);
+  const MallocPtr<char *> owner(array);
   return FillRecord(std::span<char *const>(array, count), record);
 }
 
@@ -110,7 +104,7 @@ uint32_t ReadFile(const char *path, BOOT_INIT_DLL_HEAD_S *head) {
                        opened, errno);
     return BOOT_INIT_ERR_OPEN_FILE;
   }
-  const std::unique_ptr<FILE, FileCloser> stream(raw);
+  const FileStream stream(raw);
   return ReadRecords(stream.get(), head);
 }
 

@@ -9,6 +9,7 @@
 #include "bootinit/common.h"
 #include "bootinit/log.h"
 #include "boundedstr.h"
+#include "common/support/c_owners.hpp"
 #include "common/support/fixed_text.hpp"
 #include "common/support/messages.hpp"
 #include "tkal.h"
@@ -19,10 +20,6 @@ namespace {
 constexpr std::size_t kPathBufLen = 384;
 constexpr uint32_t kDirBufLen = 256;
 constexpr uint32_t kBaseBufLen = 128;
-
-struct FreeDeleter {
-  void operator()(char *text) const { std::free(text); }
-};
 
 // Zeroes an output before it is filled; a failure is worth a warning, not a stop.
 void ClearOutput(char *buf, uint32_t len, const char *function, int line) {
@@ -63,7 +60,7 @@ uint32_t GetDirAndBaseName(const char *path, char *dirBuf, uint32_t dirBufLen, c
 }
 
 uint32_t Trans2CanonicalFilepath(const char *path, char *outBuf, uint32_t outBufLen) {
-  const std::unique_ptr<char, FreeDeleter> real(::realpath(path, nullptr));
+  const MallocPtr<char> real(::realpath(path, nullptr));
   if (real == nullptr || outBufLen <= std::strlen(real.get())) {
     return BOOT_INIT_ERROR;
   }

@@ -10,6 +10,7 @@
 
 #include "bootinit/common.h"
 #include "bootinit/log.h"
+#include "common/support/c_owners.hpp"
 #include "common/support/dl_library.hpp"
 #include "common/support/fixed_text.hpp"
 #include "common/support/messages.hpp"
@@ -21,10 +22,7 @@ namespace {
 constexpr const char *kLibraryName = "libselinux.so.1";
 constexpr std::size_t kLibraryNameLen = 384;
 
-struct DlCloser {
-  void operator()(void *library) const { (void)::dlclose(library); }
-};
-using LibraryOwner = std::unique_ptr<void, DlCloser>;
+using LibraryOwner = LibraryHandle;
 
 // The library and its entry points for the length of one call.
 class SecurityLibrary {

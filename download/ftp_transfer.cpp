@@ -8,6 +8,7 @@
 
 #include "bootinit/download.h"
 #include "bootinit/log.h"
+#include "common/support/c_owners.hpp"
 #include "common/support/messages.hpp"
 #include "common/support/unique_fd.hpp"
 #include "swm.h"
@@ -21,10 +22,7 @@ constexpr uint32_t kReadPiece = 1024;
 constexpr uint32_t kIoFailed = 0xFFFFFFFFu;
 constexpr mode_t kLocalFileMode = 0640;
 
-struct FreeDeleter {
-  void operator()(char *buffer) const { std::free(buffer); }
-};
-using TransBuffer = std::unique_ptr<char, FreeDeleter>;
+using TransBuffer = MallocPtr<char>;
 
 // Writes are checked for failure only: the platform's write retries short writes itself. The
 // errno of a failure survives the message, for the caller's own report.
