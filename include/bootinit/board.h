@@ -51,6 +51,22 @@ BOOTINIT_API uint32_t BOOT_INIT_StubGetCCPackage(char *path, uint32_t len);
 BOOTINIT_API uint32_t BOOT_INIT_GetBackupPackage(const char *packagePath, char *out,
                                                  uint32_t outLen);
 
+/* ---- CRL storage in flash ----
+ * The board keeps the revocation list of package signatures in one of two flash areas of its
+ * driver: one for a CRL signed with the PSS scheme, one for the classic scheme. */
+#define BOOT_INIT_CRL_MAX_LEN 0x1FFFCu /* largest CRL; size of every flash read buffer */
+
+/* Reads the stored CRL (PSS area first) into buf, which holds BOOT_INIT_CRL_MAX_LEN bytes;
+ * *len receives its length. 0 or 0xFFFFFFFF. */
+BOOTINIT_API uint32_t BOOT_INIT_ReadFlashCrl(uint8_t *buf, uint32_t *len);
+/* Stores the CRL file at path in the flash area of its signature scheme. */
+BOOTINIT_API uint32_t BOOT_INIT_WriteFlashCrlFile(const char *path);
+/* Writes buf over the start of the existing file dstPath (no creation, no truncation). */
+BOOTINIT_API uint32_t BOOT_INIT_WriteBuf2File(const uint8_t *buf, uint32_t len,
+                                              const char *dstPath);
+/* Copies the CRL file srcPath over the start of the existing file dstPath. */
+BOOTINIT_API uint32_t BOOT_INIT_WriteKernelCrlFile(const char *srcPath, const char *dstPath);
+
 /* ---- operation 1 and its sub-operations ---- */
 typedef uint32_t (*BOOT_INIT_DRV_BASIC_INFO_FUNC)(int32_t argc, char **argv);
 #define BOOT_INIT_DRV_BASIC_INFO_NUM 11u

@@ -32,6 +32,7 @@ extern "C" {
 #define DRV_ERR_NOT_FOUND 2u /* variable not set, or fact not described (not a number) */
 #define DRV_ERR_TOO_LONG 3u  /* value does not fit the caller's buffer */
 #define DRV_ERR_ENV 4u       /* boot environment cannot be opened or stored */
+#define DRV_ERR_FLASH 5u     /* flash area damaged, unreadable or not writable */
 
 /* Hardware type of a board; only DRV_OWN_BOARD (this board) is known.
  * [board] hard_type, default 0. */
@@ -56,6 +57,19 @@ DRV_API uint32_t DEV_GetRoleOfBoard(uint32_t *role);
 DRV_API uint32_t drv_env_get(const char *name, char *buf, uint32_t bufLen, uint32_t flags);
 DRV_API uint32_t drv_env_set(const char *name, const char *value);
 DRV_API uint32_t drv_env_save_block(void);
+
+/* CRL flash areas: one for a CRL signed with the PSS scheme, one for the classic scheme, each
+ * holding at most DRV_CRL_MAX_LEN bytes. The host build keeps each area as an image file of the
+ * board (see docs/board-description.md). drv_*_read copies the stored CRL into buf (bufLen
+ * bytes) and its length into *len; an area never written has no CRL (DRV_ERR_NOT_FOUND), an
+ * erased one holds a CRL of length 0; DRV_ERR_TOO_LONG when the CRL does not fit buf.
+ * drv_*_write stores len bytes (1..DRV_CRL_MAX_LEN, DRV_ERR_PARAM otherwise) in place of the
+ * area's content; a failed write leaves the previous content. */
+#define DRV_CRL_MAX_LEN 0x1FFFCu
+DRV_API uint32_t drv_crl_read(uint8_t *buf, uint32_t bufLen, uint32_t *len);
+DRV_API uint32_t drv_crl_write(const uint8_t *buf, uint32_t len);
+DRV_API uint32_t drv_pss_crl_read(uint8_t *buf, uint32_t bufLen, uint32_t *len);
+DRV_API uint32_t drv_pss_crl_write(const uint8_t *buf, uint32_t len);
 
 #ifdef __cplusplus
 }

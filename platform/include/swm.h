@@ -53,6 +53,12 @@ SWM_API uint32_t SWM_CopyFile(const char *src, const char *dst);
 /* chmod(2) of path (links followed) with the 07777 bits of mode; SWM_ERR_IO keeps errno. */
 SWM_API uint32_t SWM_FchmodPath(const char *path, mode_t mode);
 
+/* Size in bytes of the file at path (links followed) into *size. SWM_ERR_PARAM for NULL
+ * arguments, SWM_ERR_IO (errno kept) when stat(2) fails or path is not a regular file. */
+SWM_API uint32_t SWM_GetFileSize(const char *path, int64_t *size);
+/* write(2) of all len bytes (short writes continued, EINTR retried): len, or -1 with errno. */
+SWM_API ssize_t SWM_Write(int fd, const void *buf, size_t len);
+
 /* ---- strings ---- */
 
 /* Non-zero when str is non-empty and holds decimal digits only. */
@@ -194,6 +200,35 @@ SWM_API uint32_t SWM_SockGetLocalSockAddr(int32_t fd, struct sockaddr_storage *a
 SWM_API uint32_t SWM_SockGetPeerSockAddr(int32_t fd, struct sockaddr_storage *address);
 /* Writes port (host byte order) into an IPv4 or IPv6 address. */
 SWM_API uint32_t SWM_SockSetPort(uint16_t port, struct sockaddr_storage *address);
+
+/* ---- CMS signatures and CRLs ----
+ * Checks of detached DER CMS signatures over a file's exact bytes (see docs/signatures.md).
+ * The trust anchor is the DER certificate named by the board description ([security] root_ca,
+ * a path on the board). A signer passes when its signature matches the bytes, its certificate
+ * chains to the trust anchor and is valid now, and no CRL that counts lists it. */
+#define SWM_CMS_ERR_TRUST_ANCHOR 0x30000001u /* no trust anchor described, or unreadable */
+#define SWM_CMS_ERR_SIGNATURE 0x30000002u    /* signature file is not a DER CMS SignedData */
+#define SWM_CMS_ERR_CRL 0x30000003u          /* CRL unreadable, malformed or not from the anchor */
+#define SWM_CMS_ERR_MISMATCH 0x30000004u     /* the signature does not match the file's bytes */
+#define SWM_CMS_ERR_UNTRUSTED 0x30000005u    /* signer does not chain to the trust anchor */
+#define SWM_CMS_ERR_EXPIRED 0x30000006u      /* signer certificate not valid at this time */
+#define SWM_CMS_ERR_REVOKED 0x30000007u      /* signer listed by a CRL */
+#define SWM_CMS_ERR_NOT_PSS 0x30000008u      /* a signer that did not sign with RSA-PSS */
+
+#define SWM_CRL_ALG_CLASSIC 0u
+#define SWM_CRL_ALG_PSS 1u
+
+/* Classic check: revocation against the CRL file crlPath (DER or PEM), which must be signed
+ * by the trust anchor. SWM_ERR_PARAM for NULL arguments, SWM_ERR_IO for a file that cannot be
+ * read, else one of the SWM_CMS_ERR_ codes. */
+SWM_API uint32_t SWM_VerifyCms(const char *sourcePath, const char *signaturePath,
+                               const char *crlPath);
+/* PSS check: every signer must have signed with RSASSA-PSS; revocation against the CRL the
+ * board has handed to its kernel ("/dev/module_crl"), when that file holds one. */
+SWM_API uint32_t SWM_VerifyPssCms(const char *sourcePath, const char *signaturePath);
+/* Signature scheme of the CRL file at path: SWM_CRL_ALG_PSS or SWM_CRL_ALG_CLASSIC into *alg.
+ * reserved must be NULL. SWM_ERR_PARAM, SWM_ERR_IO or SWM_CMS_ERR_CRL. */
+SWM_API uint32_t SWM_GetCrlSignatureAlgs(const char *path, uint32_t *alg, void *reserved);
 
 #ifdef __cplusplus
 }

@@ -9,7 +9,10 @@
 #include "bootinit/log.h"
 #include "bootinit/measure.h"
 #include "bootinit/startup.h"
+#include "bootinit/verify.h"
 #include "boundedstr.h"
+#include "cmsvfy.h"
+#include "drv.h"
 #include "swm.h"
 #include "tkal.h"
 

@@ -1,0 +1,1 @@
+"""bootpkg's modules: the command line, the test PKI, and the openssl runner."""
