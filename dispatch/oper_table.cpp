@@ -7,6 +7,7 @@
 #include "bootinit/download.h"
 #include "bootinit/log.h"
 #include "bootinit/startup.h"
+#include "bootinit/verify.h"
 
 extern "C" {
 
@@ -14,7 +15,7 @@ const BOOT_INIT_OPER_FUNC_INFO_S g_operFuncInfo[BOOT_INIT_OPER_FUNC_NUM] = {
     {0, nullptr},  // extract a proven file from a package
     {1, BOOT_InitOperGetDrvBasicInfo},
     {2, BOOT_InitOperDownloadFile},
-    {3, nullptr},  // verify files and packages
+    {3, BOOT_InitOperVerifyFile},
     {4, nullptr},  // known, never available
     {5, nullptr},  // turn a .bin file into the real file
     {6, nullptr},  // measure the running package

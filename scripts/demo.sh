@@ -69,6 +69,44 @@ run "$boards/demo" 4
 run "$boards/demo" 20
 run "$boards/demo" 1a
 
+echo
+echo "== signatures: operation 3 checks files signed with openssl cms =="
+# The line card trusts the build's test root; its main board 1 is the demo board.
+pki=$PWD/build/pki
+"$bootsim" set "$boards/lc" "security.root_ca=$pki/root_ca.der" "peers.mmb1=$boards/demo"
+printf 'start file of the line card\n' > "$boards/app.img"
+sign() {  # sign SIGNER OUT [openssl options]: a detached DER CMS signature of app.img
+  openssl cms -sign -binary -outform DER -md sha256 -signer "$pki/$1.pem" -inkey "$pki/$1.key" \
+    -in "$boards/app.img" -out "$boards/$2" "${@:3}"
+}
+sign classic_signer app.cms
+sign pss_signer app.pss.cms -keyopt rsa_padding_mode:pss
+sign revoked_signer app.revoked.cms
+printf 'start file of the line card, changed\n' > "$boards/app.changed"
+for file in app.img app.cms app.pss.cms app.revoked.cms; do
+  "$bootsim" put "$boards/lc" "/var/lib/demo/$file" --from "$boards/$file"
+done
+"$bootsim" put "$boards/lc" /var/lib/demo/changed.img --from "$boards/app.changed"
+for crl in crl_empty crl_revoking; do
+  "$bootsim" put "$boards/lc" "/var/lib/demo/$crl" --from "$pki/$crl.der"
+done
+run "$boards/lc" 3 0 /var/lib/demo app.img app.cms crl_empty
+run "$boards/lc" 3 0 /var/lib/demo app.img app.pss.cms
+run "$boards/lc" 3 0 /var/lib/demo changed.img app.cms crl_empty
+run "$boards/lc" 3 0 /var/lib/demo app.img app.revoked.cms crl_revoking
+
+echo
+echo "== the CRL refresh: the main board has a newer CRL than the line card's flash =="
+"$bootsim" put "$boards/demo" /opt/velmor/bootfile/crl_upgrade --from "$pki/crl_newer.der"
+"$bootsim" flash "$boards/lc" crl --write "$pki/crl_older.der"
+run "$boards/lc" 3 5
+"$bootsim" flash "$boards/lc" crl --read "$boards/flash.der"
+cmp -s "$boards/flash.der" "$pki/crl_newer.der" && echo "  flash now holds the newer CRL"
+run "$boards/lc" 3 5
+echo
+echo "== security log of lc =="
+"$bootsim" log "$boards/lc" --type 1
+
 show_log "$boards/demo"
 echo "== header: $("$bootsim" log "$boards/demo" --type 0 --raw-header)"
 show_log "$boards/lc"

@@ -16,6 +16,7 @@
 
 #include "forced.h"
 #include "swm.h"
+#include "write_all.h"
 
 namespace {
 
@@ -65,25 +66,6 @@ std::string DirectoryOf(const std::string &path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-bool WriteAll(int fd, const char *data, size_t len) {
-  while (len > 0) {
-    const ssize_t written = write(fd, data, len);
-    if (written < 0) {
-      if (errno == EINTR) {
-        continue;
-      }
-      return false;
-    }
-    if (written == 0) {
-      errno = EIO;
-      return false;
-    }
-    data += written;
-    len -= static_cast<size_t>(written);
-  }
-  return true;
-}
-
 // Copies everything readable from in to out through buffer (files whose stat size is 0 but which
 // have content, as in /proc, included).
 bool CopyContent(int in, int out, std::vector<char> &buffer) {
@@ -98,7 +80,7 @@ bool CopyContent(int in, int out, std::vector<char> &buffer) {
       }
       return false;
     }
-    if (!WriteAll(out, buffer.data(), static_cast<size_t>(got))) {
+    if (!swm::WriteAll(out, buffer.data(), static_cast<size_t>(got))) {
       return false;
     }
   }

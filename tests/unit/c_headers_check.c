@@ -8,6 +8,7 @@
 #include "bootinit/download.h"
 #include "bootinit/log.h"
 #include "bootinit/measure.h"
+#include "bootinit/package.h"
 #include "bootinit/startup.h"
 #include "bootinit/verify.h"
 #include "boundedstr.h"

@@ -4,7 +4,12 @@
 #include <array>
 
 #include "board_files.hpp"
+#include "bootinit/board.h"
+#include "bootinit/common.h"
 #include "bootinit/dispatch.h"
+#include "bootinit/download.h"
+#include "bootinit/startup.h"
+#include "bootinit/verify.h"
 
 using testing::ElementsAre;
 
@@ -32,6 +37,16 @@ TEST_F(OperTableTest, EntriesArePackedPairs) {
 TEST_F(OperTableTest, NumberFourHasNoFunctionForGood) {
   EXPECT_EQ(g_operFuncInfo[4].operType, 4u);
   EXPECT_EQ(g_operFuncInfo[4].operFunc, nullptr);
+}
+
+TEST_F(OperTableTest, AvailableOperationsHaveTheirFunctions) {
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(1), &BOOT_InitOperGetDrvBasicInfo);
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(2), &BOOT_InitOperDownloadFile);
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(3), &BOOT_InitOperVerifyFile);
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(9), &BOOT_InitOperGetBackPath);
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(10), &BOOT_InitOperGetStartupMode);
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(11), &BOOT_InitOperSetStartupMode);
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(14), &BOOT_InitOperModFileAttr);
 }
 
 TEST_F(OperTableTest, LookupReturnsTheEntryOfEachNumber) {

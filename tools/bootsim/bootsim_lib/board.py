@@ -14,8 +14,8 @@ A board root ROOT holds the directories that the sandbox mounts over the host's:
 
 and the board description in ROOT/etc/bootsim/board.ini. A new board also gets /opt/kytv8/home
 and /opt/kytv8/backup, the marker /opt/MMB on main boards, the boot environment
-(/etc/fw_env.config, /boot/bootsim/uboot.env) and the platform library directory
-/etc/bootsim/lib.
+(/etc/fw_env.config, /boot/bootsim/uboot.env), the platform library directory
+/etc/bootsim/lib and an empty /dev/module_crl (the CRL the board hands to its kernel).
 """
 import os
 import posixpath
@@ -42,6 +42,10 @@ STICKY_DIRS = ("tmp", "dev/shm", "run/lock")
 
 # Marker file of a main board.
 MAIN_BOARD_MARKER = "/opt/MMB"
+
+# The kernel's CRL file: a plain file of the board (not a host device), empty in a new board.
+# Made once at creation only, so that a board can also be without it.
+MODULE_CRL = "/dev/module_crl"
 
 # Host device nodes bound into the board's /dev; the optional ones are skipped when missing.
 DEV_NODES = ("null", "zero", "full", "random", "urandom")
@@ -229,6 +233,8 @@ class Board:
                                f"{result.stderr.decode(errors='replace').strip()}")
         add_swm_account(os.path.join(root, "etc"))
         self._make_dev()
+        os.close(os.open(self.host_path(MODULE_CRL), os.O_WRONLY | os.O_CREAT | os.O_EXCL,
+                         0o644))
         self.sync_usr_local()
         self.save_description(desc)
         if kind in MAIN_BOARD_KINDS:

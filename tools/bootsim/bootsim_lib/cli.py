@@ -52,6 +52,8 @@ commands:
                          print the text of a boot log of the board
   path ROOT BOARD_PATH...
                          print where a path inside the board lies on the host
+  flash ROOT AREA (--write HOST_FILE | --erase | --remove | --read HOST_FILE)
+                         store, erase, remove or read the CRL of a flash area (crl, pss_crl)
 
 `bootsim COMMAND --help` describes one command. run and exec exit with 125 when the board cannot
 be set up, otherwise with the command's status (128+N when it was killed by signal N).
@@ -125,8 +127,9 @@ def build_parser():
                        description="Create the board root ROOT (which must not exist or be an "
                        "empty directory): its opt/, var/lib/, etc/ (a cp -a copy of the host's "
                        "/etc with an account swm, uid/gid 2000), usr/local/conf/, boot/, dev/ "
-                       "(shm/, fd, stdin, stdout, stderr), tmp/ and run/lock/ (mode 1777), the "
-                       "description etc/bootsim/board.ini, the directories /opt/kytv8/home and "
+                       "(shm/, fd, stdin, stdout, stderr, an empty module_crl), tmp/ and "
+                       "run/lock/ (mode 1777), the description etc/bootsim/board.ini, the "
+                       "directories /opt/kytv8/home and "
                        "/opt/kytv8/backup, the marker /opt/MMB on main boards, the boot "
                        "environment (/etc/fw_env.config and the image /boot/bootsim/uboot.env "
                        "holding startup_mode=0 and homebak_path=/opt/kytv8/backup) and the "
@@ -281,6 +284,25 @@ def build_parser():
                        "seen inside the board.")
     p.add_argument("root", metavar="ROOT")
     p.add_argument("board_paths", metavar="BOARD_PATH", nargs="+")
+
+    p = sub.add_parser("flash", formatter_class=_Formatter,
+                       description="Store, erase, remove or read the CRL of the board's flash "
+                       "area AREA (crl or pss_crl), kept as the image /etc/bootsim/flash/AREA: "
+                       "131072 bytes holding a 32-bit little-endian length, the CRL and erased "
+                       "bytes (0xFF). Without an image the area was never written.")
+    p.add_argument("root", metavar="ROOT")
+    p.add_argument("area", metavar="AREA", choices=("crl", "pss_crl"),
+                   help="crl (classic scheme) or pss_crl (PSS scheme)")
+    group = p.add_mutually_exclusive_group(required=True)
+    group.add_argument("--write", metavar="HOST_FILE",
+                       help="store the bytes of HOST_FILE (1 to 131068 bytes)")
+    group.add_argument("--erase", action="store_true",
+                       help="erase the area (it then holds a CRL of length 0)")
+    group.add_argument("--remove", action="store_true",
+                       help="remove the image (the area was never written)")
+    group.add_argument("--read", metavar="HOST_FILE",
+                       help="write the stored CRL to HOST_FILE; exit status 1 when the area "
+                            "holds none")
     return parser
 
 
@@ -555,6 +577,28 @@ def cmd_path(args):
     return 0
 
 
+def cmd_flash(args):
+    from . import boardfiles, flash
+    board = Board(args.root).require_board()
+    if args.write is not None:
+        flash.write(board, args.area, boardfiles.read_host_file(args.write))
+    elif args.erase:
+        flash.erase(board, args.area)
+    elif args.remove:
+        flash.remove(board, args.area)
+    else:
+        crl = flash.read(board, args.area)
+        if not crl:
+            state = "was never written" if crl is None else "is erased"
+            raise BootsimError(f"the {args.area} area {state}: it holds no CRL")
+        try:
+            with open(args.read, "wb") as f:
+                f.write(crl)
+        except OSError as e:
+            raise BootsimError(f"cannot write {args.read}: {e.strerror}") from e
+    return 0
+
+
 COMMANDS = {
     "create": cmd_create,
     "run": cmd_run,
@@ -569,6 +613,7 @@ COMMANDS = {
     "package": cmd_package,
     "log": cmd_log,
     "path": cmd_path,
+    "flash": cmd_flash,
 }
 
 

@@ -1,0 +1,170 @@
+// Writing one record of the open package out as a file: the whole record (its ".bin" form, the
+// bytes its listed digest covers) or only the file's own bytes. The copies made here are hashed
+// by their callers before anything trusts them.
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+
+#include "bootinit/common.h"
+#include "bootinit/log.h"
+#include "bootinit/package.h"
+#include "common/support/fixed_text.hpp"
+#include "common/support/messages.hpp"
+#include "common/support/unique_fd.hpp"
+#include "swm.h"
+#include "tkal.h"
+#include "verify/pkg_support.hpp"
+
+namespace bootinit::pkg {
+namespace {
+
+constexpr mode_t kDirMode = 0750;
+constexpr mode_t kFileMode = 0700;
+constexpr const char *kOwner = "swm";
+constexpr uid_t kDefaultOwnerId = 2000;
+// The copy helper counts in signed 32 bits; longer records are copied in pieces of this size.
+constexpr uint32_t kCopyPiece = 0x40000000U;
+
+bool MakeDir(const char *dir) {
+  if (TKAL_IsDirExist(dir) == 1) {
+    return true;
+  }
+  const uint32_t ret = SWM_MkParentDir(dir, TKAL_GetUidByName(kOwner, kDefaultOwnerId),
+                                       TKAL_GetGidByName(kOwner, kDefaultOwnerId), kDirMode);
+  if (ret != SWM_OK) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Create dir %s failed, ret=%u.",
+                       dir, ret);
+    return false;
+  }
+  return true;
+}
+
+// Whatever lies at the path goes first, a symbolic link as the link itself, so the new file is
+// never written through a link.
+void RemoveIfPresent(const char *path) {
+  if (TKAL_IsFileExist(path) == 1 || TKAL_IsSymLink(path) == 1) {
+    (void)TKAL_DelFile(path);
+  }
+}
+
+// length bytes of src from offset onto dst's current position, through the library's copy.
+uint32_t CopyRange(int src, off_t offset, int dst, uint32_t length) {
+  if (::lseek(src, offset, SEEK_SET) != offset) {
+    return BOOT_INIT_ERROR;
+  }
+  for (uint32_t remaining = length; remaining > 0;) {
+    const uint32_t piece = std::min(remaining, kCopyPiece);
+    const uint32_t ret = BOOT_INIT_CopyFileWithLen(src, dst, static_cast<int32_t>(piece));
+    if (ret != BOOT_INIT_OK) {
+      return ret;
+    }
+    remaining -= piece;
+  }
+  return BOOT_INIT_OK;
+}
+
+// The offset is wider than the container's: the file bytes of a record at the very end of the
+// 32-bit range start beyond it, where a read finds nothing and the copy fails.
+uint32_t ExtractFile(int fd, off_t offset, const char *name, uint32_t length, const char *dir) {
+  if (!MakeDir(dir)) {
+    return BOOT_INIT_ERROR;
+  }
+  PathText path = {};
+  if (!JoinPath(path, dir, name, "BootExtractFile")) {
+    return BOOT_INIT_ERROR;
+  }
+  BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][INFO]:Extract file: %s", path.data());
+  RemoveIfPresent(path.data());
+  int raw = -1;
+  if (SWM_Open(path.data(), O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, &raw, kFileMode) != SWM_OK) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                       "[BOOT_INIT][ERROR]:Create file %s failed, errno=%d.", path.data(), errno);
+    return BOOT_INIT_ERROR;
+  }
+  const UniqueFd target(raw);
+  const uint32_t ret = CopyRange(fd, offset, target.get(), length);
+  if (ret != BOOT_INIT_OK) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Copy file %s failed.",
+                       path.data());
+  }
+  return ret;
+}
+
+// The record of name in the index; nullptr (after the message) when the package lacks it.
+const BOOT_PKG_FILE_NODE_S *IndexedFile(const char *name) {
+  const BOOT_PKG_FILE_NODE_S *node = BootGetFileInfo(name);
+  if (node == nullptr) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Get file(%s) info failed.",
+                       name);
+  }
+  return node;
+}
+
+uint32_t ExtractBinFile(const char *name, const char *dir) {
+  const BOOT_PKG_FILE_NODE_S *node = IndexedFile(name);
+  if (node == nullptr) {
+    return BOOT_PKG_ERR_NOT_FOUND;
+  }
+  return ExtractFile(BOOT_GetPkgInfo()->fd, static_cast<off_t>(node->recordOffset), name,
+                     node->recordLength, dir);
+}
+
+uint32_t ExtractActualFile(const char *name, const char *dir) {
+  const BOOT_PKG_FILE_NODE_S *node = IndexedFile(name);
+  if (node == nullptr) {
+    return BOOT_PKG_ERR_NOT_FOUND;
+  }
+  const off_t offset = static_cast<off_t>(node->recordOffset) + BOOT_PKG_FILE_HEADER_LEN;
+  return ExtractFile(BOOT_GetPkgInfo()->fd, offset, name, node->actualLength, dir);
+}
+
+void RemoveFile(const char *dir, const char *name) {
+  PathText path = {};
+  if (JoinPath(path, dir, name, "BootRemoveFile")) {
+    RemoveIfPresent(path.data());
+  }
+}
+
+}  // namespace
+}  // namespace bootinit::pkg
+
+using namespace bootinit::pkg;
+
+extern "C" {
+
+uint32_t BootExtractFile(int fd, uint32_t offset, const char *name, uint32_t length,
+                         const char *dir) {
+  if (AnyNull({name, dir})) {
+    return BOOT_INIT_ERROR;
+  }
+  return ExtractFile(fd, static_cast<off_t>(offset), name, length, dir);
+}
+
+uint32_t BOOT_ExtractBinFile(const char *name, const char *dir) {
+  if (AnyNull({name, dir})) {
+    return BOOT_INIT_ERROR;
+  }
+  return ExtractBinFile(name, dir);
+}
+
+uint32_t BOOT_ExtractActualFile(const char *name, const char *dir) {
+  if (AnyNull({name, dir})) {
+    return BOOT_INIT_ERROR;
+  }
+  return ExtractActualFile(name, dir);
+}
+
+void BootRemoveFile(const char *dir, const char *name) {
+  if (!AnyNull({dir, name})) {
+    RemoveFile(dir, name);
+  }
+}
+
+}  // extern "C"
