@@ -21,43 +21,16 @@
 
 #include "bootinit/common.h"
 #include "bootinit/package.h"
+#include "fuzz_files.hpp"
 #include "swm.h"
 
 namespace {
 
-void Check(bool property) {
-  if (!property) {
-    __builtin_trap();
-  }
-}
+using fuzzfiles::Check;
+using fuzzfiles::WriteFile;
 
-std::string &WorkDir() {
-  static std::string dir;
-  return dir;
-}
-
-std::string PackagePath() { return WorkDir() + "/package.cc"; }
-std::string ListPath() { return WorkDir() + "/signature_filelist"; }
-
-void Release() {
-  BOOT_DeinitPkgVerify();
-  (void)::unlink(PackagePath().c_str());
-  (void)::unlink(ListPath().c_str());
-  (void)::rmdir(WorkDir().c_str());
-}
-
-void WriteFile(const std::string &path, const void *data, size_t size) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  Check(fd >= 0);
-  const auto *bytes = static_cast<const uint8_t *>(data);
-  size_t done = 0;
-  while (done < size) {
-    const ssize_t written = ::write(fd, bytes + done, size - done);
-    Check(written > 0);
-    done += static_cast<size_t>(written);
-  }
-  Check(::close(fd) == 0);
-}
+std::string PackagePath() { return fuzzfiles::WorkPath("package.cc"); }
+std::string ListPath() { return fuzzfiles::WorkPath("signature_filelist"); }
 
 void PutBe32(std::string &bytes, size_t at, uint32_t value) {
   for (size_t i = 0; i < 4; ++i) {
@@ -98,13 +71,15 @@ std::string PackageBytes() {
 
 // The package is indexed on the first input and stays indexed for the whole run.
 void IndexOnce() {
-  if (!WorkDir().empty()) {
+  static bool indexed = false;
+  if (indexed) {
     return;
   }
-  char name[] = "/tmp/pkg_digests_fuzz.XXXXXX";
-  Check(::mkdtemp(name) != nullptr);
-  WorkDir() = name;
-  (void)std::atexit(Release);
+  indexed = true;
+  // Registered after the work directory's clean-up, so it runs first: the package is closed
+  // before its file is removed.
+  (void)PackagePath();
+  (void)std::atexit(BOOT_DeinitPkgVerify);
   const std::string package = PackageBytes();
   WriteFile(PackagePath(), package.data(), package.size());
   Check(BOOT_InitPkgVerify() == BOOT_INIT_OK);

@@ -17,6 +17,7 @@
 
 #include "bootinit/common.h"
 #include "bootinit/package.h"
+#include "fuzz_files.hpp"
 
 namespace {
 
@@ -24,46 +25,9 @@ constexpr std::size_t kHeaderLen = 6180;
 constexpr std::size_t kFileHeaderLen = 352;
 constexpr uint32_t kMaxFiles = 256;
 
-void Check(bool property) {
-  if (!property) {
-    __builtin_trap();
-  }
-}
+using fuzzfiles::Check;
 
-std::string &WorkDir() {
-  static std::string dir;
-  return dir;
-}
-
-std::string PackagePath() { return WorkDir() + "/package.cc"; }
-
-void RemoveWorkDir() {
-  (void)::unlink(PackagePath().c_str());
-  (void)::rmdir(WorkDir().c_str());
-}
-
-// A directory of this process under the board's private /tmp, made on the first input.
-void MakeWorkDir() {
-  if (!WorkDir().empty()) {
-    return;
-  }
-  char name[] = "/tmp/pkg_index_fuzz.XXXXXX";
-  Check(::mkdtemp(name) != nullptr);
-  WorkDir() = name;
-  (void)std::atexit(RemoveWorkDir);
-}
-
-void WritePackage(const uint8_t *data, size_t size) {
-  const int fd = ::open(PackagePath().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  Check(fd >= 0);
-  size_t done = 0;
-  while (done < size) {
-    const ssize_t written = ::write(fd, data + done, size - done);
-    Check(written > 0);
-    done += static_cast<size_t>(written);
-  }
-  Check(::close(fd) == 0);
-}
+std::string PackagePath() { return fuzzfiles::WorkPath("package.cc"); }
 
 uint32_t Be32(const uint8_t *at) {
   return (uint32_t{at[0]} << 24U) | (uint32_t{at[1]} << 16U) | (uint32_t{at[2]} << 8U) | at[3];
@@ -191,8 +155,7 @@ void CheckNodes(const std::vector<ModelNode> &expected) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  MakeWorkDir();
-  WritePackage(data, size);
+  fuzzfiles::WriteFile(PackagePath(), data, size);
   Check(BOOT_InitPkgVerify() == BOOT_INIT_OK);
   const uint32_t result = BOOT_GetPkgAndFilesHeader(PackagePath().c_str());
   Check(result == BOOT_INIT_OK || result == BOOT_INIT_ERROR);

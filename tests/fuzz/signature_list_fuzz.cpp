@@ -17,50 +17,14 @@
 
 #include "bootinit/common.h"
 #include "bootinit/verify.h"
+#include "fuzz_files.hpp"
 #include "swm.h"
 
 namespace {
 
-void Check(bool property) {
-  if (!property) {
-    __builtin_trap();
-  }
-}
+using fuzzfiles::Check;
 
-std::string &ListDir() {
-  static std::string dir;
-  return dir;
-}
-
-std::string ListPath() { return ListDir() + "/signature_list.ini"; }
-
-void RemoveListDir() {
-  (void)::unlink(ListPath().c_str());
-  (void)::rmdir(ListDir().c_str());
-}
-
-// A directory of this process under the board's private /tmp, made on the first input.
-void MakeListDir() {
-  if (!ListDir().empty()) {
-    return;
-  }
-  char name[] = "/tmp/signature_list_fuzz.XXXXXX";
-  Check(::mkdtemp(name) != nullptr);
-  ListDir() = name;
-  (void)std::atexit(RemoveListDir);
-}
-
-void WriteList(const uint8_t *data, size_t size) {
-  const int fd = ::open(ListPath().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  Check(fd >= 0);
-  size_t done = 0;
-  while (done < size) {
-    const ssize_t written = ::write(fd, data + done, size - done);
-    Check(written > 0);
-    done += static_cast<size_t>(written);
-  }
-  Check(::close(fd) == 0);
-}
+std::string ListPath() { return fuzzfiles::WorkPath("signature_list.ini"); }
 
 // Bounded and terminated within its field.
 bool IsText(const char *field, size_t fieldSize) {
@@ -113,8 +77,7 @@ void CheckRecords(const uint8_t *data, size_t size, const BOOT_INIT_DLL_HEAD_S &
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  MakeListDir();
-  WriteList(data, size);
+  fuzzfiles::WriteFile(ListPath(), data, size);
   BOOT_INIT_DLL_HEAD_S digests = {};
   digests.links.next = digests.links.prev = &digests.links;
   const uint32_t result =
