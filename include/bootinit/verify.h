@@ -64,8 +64,7 @@ BOOTINIT_API uint32_t BOOT_INIT_AddSigFileDigestInfoToList(BOOT_INIT_DLL_HEAD_S 
 /* Copies the value of the first key record named key into out[outSize] (bounded, always
  * NUL-terminated); out is left as it was when the key is absent. */
 BOOTINIT_API void BOOT_INIT_GetOneKeyValueFromKeyList(const struct SwmIniKey *first,
-                                                      const char *key, char *out,
-                                                      uint32_t outSize);
+                                                      const char *key, char *out, uint32_t outSize);
 /* 0 when the SHA-256 of filePath equals the digest of the record named fileName. */
 BOOTINIT_API uint32_t BOOT_INIT_VerifySpecificFileHashValue(const char *filePath,
                                                             const char *fileName,

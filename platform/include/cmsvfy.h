@@ -22,20 +22,20 @@ extern "C" {
 #define CMSVFY_API __attribute__((visibility("default")))
 
 #define CMSVFY_OK 0u
-#define CMSVFY_ERR_PARAM 0x7C000001u  /* NULL pointer, zero length, bad parameter record */
-#define CMSVFY_ERR_NOMEM 0x7C000002u  /* out of memory */
-#define CMSVFY_ERR_IO 0x7C000003u     /* a file cannot be opened or read */
-#define CMSVFY_ERR_CERT 0x7C000004u   /* bytes that are not one DER X.509 certificate */
-#define CMSVFY_ERR_CRL 0x7C000005u    /* bytes that are not a CRL (DER or PEM) */
-#define CMSVFY_ERR_CMS 0x7C000006u    /* signature file that is not a DER CMS SignedData */
+#define CMSVFY_ERR_PARAM 0x7C000001u     /* NULL pointer, zero length, bad parameter record */
+#define CMSVFY_ERR_NOMEM 0x7C000002u     /* out of memory */
+#define CMSVFY_ERR_IO 0x7C000003u        /* a file cannot be opened or read */
+#define CMSVFY_ERR_CERT 0x7C000004u      /* bytes that are not one DER X.509 certificate */
+#define CMSVFY_ERR_CRL 0x7C000005u       /* bytes that are not a CRL (DER or PEM) */
+#define CMSVFY_ERR_CMS 0x7C000006u       /* signature file that is not a DER CMS SignedData */
 #define CMSVFY_ERR_CRL_TRUST 0x7C000007u /* a CRL not signed by a certificate of the context */
 
 /* Size of the parameter record; its first field must hold it. */
 #define CMSVFY_PARAM_SIZE 72u
 
 typedef struct CmsvfyParam {
-  uint64_t size;         /* CMSVFY_PARAM_SIZE */
-  uint64_t reserved[8];  /* all zero */
+  uint64_t size;        /* CMSVFY_PARAM_SIZE */
+  uint64_t reserved[8]; /* all zero */
 } CMSVFY_PARAM_S;
 
 typedef struct CmsvfyCtx CMSVFY_CTX_S;
