@@ -14,6 +14,7 @@
 #include "common/support/c_owners.hpp"
 #include "common/support/messages.hpp"
 #include "swm.h"
+#include "verify/signature_list_format.hpp"
 
 namespace bootinit::pkg {
 namespace {
@@ -21,32 +22,13 @@ namespace {
 using Key = SWM_INI_KEY_S;
 using Section = SWM_INI_SECTION_S;
 
-constexpr const char *kMainSection = "[MAIN FILE INFO]";
-constexpr const char *kCreatorKey = "Create By";
-constexpr const char *kCreator = "Velmor Technology Inc.";
-constexpr const char *kFileCountKey = "FILENUM";
-constexpr const char *kTypeKey = "FILETYPE";
-constexpr const char *kNameKey = "FILENAME";
-constexpr const char *kDigestKey = "SHA256-DIGEST";
-constexpr uint32_t kMinFileCount = 1;
-constexpr uint32_t kMaxFileCount = BOOT_PKG_MAX_FILES;
+using namespace siglistformat;  // the names of the list format
+
+static_assert(kMaxFileCount == BOOT_PKG_MAX_FILES);
 constexpr uint32_t kAllSeen =
     BOOT_PKG_SEEN_FILETYPE | BOOT_PKG_SEEN_FILENAME | BOOT_PKG_SEEN_DIGEST;
 
-struct ProfileDeleter {
-  void operator()(Section *profile) const { SWM_FreeProfile(profile); }
-};
-using Profile = std::unique_ptr<Section, ProfileDeleter>;
-
 bool IsKey(const Key &key, const char *name) { return SWM_IsStringEqual(key.name, name) != 0; }
-
-// strtoul with base 0 (decimal, 0x hexadecimal, leading-0 octal; what follows the number is
-// ignored). A value beyond 32 bits, and so any negative number but zero, reads as 0xFFFFFFFF
-// rather than as its low 32 bits, which could fall back into range.
-uint32_t ParseNumber(const char *text) {
-  const unsigned long long value = std::strtoull(text, nullptr, 0);
-  return value > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(value);
-}
 
 // Only what the section holds is checked: a main section without one of its keys passes here,
 // since the list reader of the signature check already required both.

@@ -17,6 +17,7 @@
 #include "swm.h"
 #include "tkal.h"
 #include "verify/list_check_support.hpp"
+#include "verify/signature_list_format.hpp"
 
 namespace bootinit::siglist {
 namespace {
@@ -29,33 +30,12 @@ static_assert(sizeof(Record) <= BOOT_INIT_SIG_DIGEST_NODE_ALLOC, "allocation hol
 static_assert(sizeof(Record::fileName) == BOOT_INIT_SIG_FILE_NAME_LEN);
 static_assert(sizeof(Record::digest) == BOOT_INIT_SIG_DIGEST_LEN);
 
-constexpr const char *kMainSection = "[MAIN FILE INFO]";
-constexpr const char *kCreatorKey = "Create By";
-constexpr const char *kCreator = "Velmor Technology Inc.";
-constexpr const char *kFileCountKey = "FILENUM";
-constexpr const char *kNameKey = "FILENAME";
-constexpr const char *kTypeKey = "FILETYPE";
-constexpr const char *kDigestKey = "SHA256-DIGEST";
+using namespace siglistformat;  // the names of the list format
 
 constexpr uint32_t kCreatorLen = 96;
 constexpr uint32_t kFileCountLen = 32;
 constexpr uint32_t kTypeLen = 32;
-constexpr uint32_t kMinFileCount = 1;
-constexpr uint32_t kMaxFileCount = 256;
 constexpr int32_t kSignatureListArgs = 3;
-
-struct ProfileDeleter {
-  void operator()(SWM_INI_SECTION_S *profile) const { SWM_FreeProfile(profile); }
-};
-using Profile = std::unique_ptr<SWM_INI_SECTION_S, ProfileDeleter>;
-
-// strtoul with base 0 (decimal, 0x hexadecimal, leading-0 octal; what follows the number is
-// ignored) as the board's 32-bit unsigned long reads it: a value beyond 32 bits, and so any
-// negative number but zero, reads as 0xFFFFFFFF.
-uint32_t ParseNumber(const char *text) {
-  const unsigned long long value = std::strtoull(text, nullptr, 0);
-  return value > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(value);
-}
 
 uint32_t CheckCreator(const char *listPath) {
   char creator[kCreatorLen] = {};
