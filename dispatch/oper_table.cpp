@@ -5,6 +5,7 @@
 #include "bootinit/common.h"
 #include "bootinit/dispatch.h"
 #include "bootinit/download.h"
+#include "bootinit/extract.h"
 #include "bootinit/log.h"
 #include "bootinit/startup.h"
 #include "bootinit/verify.h"
@@ -12,15 +13,15 @@
 extern "C" {
 
 const BOOT_INIT_OPER_FUNC_INFO_S g_operFuncInfo[BOOT_INIT_OPER_FUNC_NUM] = {
-    {0, nullptr},  // extract a proven file from a package
+    {0, BOOT_InitOperExtractFile},
     {1, BOOT_InitOperGetDrvBasicInfo},
     {2, BOOT_InitOperDownloadFile},
     {3, BOOT_InitOperVerifyFile},
     {4, nullptr},  // known, never available
-    {5, nullptr},  // turn a .bin file into the real file
+    {5, BOOT_InitOperBinFIleTrans2RealFile},
     {6, nullptr},  // measure the running package
     {7, nullptr},  // install a cold patch
-    {8, nullptr},  // extract files of a package
+    {8, BOOT_InitOperUntarFile},
     {9, BOOT_InitOperGetBackPath},
     {10, BOOT_InitOperGetStartupMode},
     {11, BOOT_InitOperSetStartupMode},

@@ -2,8 +2,8 @@
 #include <cstring>
 
 #include "board_description.hpp"
+#include "boot_env.hpp"
 #include "drv.h"
-#include "drv_internal.hpp"
 
 namespace {
 
@@ -14,11 +14,19 @@ bool IsVariableName(const char *name) {
 }
 
 uint32_t ReadVariable(const char *name, char *buf, uint32_t bufLen) {
-  drv::EnvSession env;
-  if (!env.Open() || env.origin() == drv::EnvSession::Origin::kNone) {
+  bootenv::EnvSession env;
+  if (!env.Open() || env.origin() == bootenv::EnvSession::Origin::kNone) {
     return DRV_ERR_ENV;  // as fw_printenv: no valid copy and no defaults is an error
   }
-  return env.Get(name, buf, bufLen);
+  switch (env.Get(name, buf, bufLen)) {
+    case bootenv::EnvSession::Value::kCopied:
+      return 0;
+    case bootenv::EnvSession::Value::kNotFound:
+      return DRV_ERR_NOT_FOUND;
+    case bootenv::EnvSession::Value::kTooLong:
+      break;
+  }
+  return DRV_ERR_TOO_LONG;
 }
 
 #ifndef DRV_MINIMAL_BUILD
@@ -26,7 +34,7 @@ uint32_t ReadVariable(const char *name, char *buf, uint32_t bufLen) {
 // Opens the environment for a change. Without a valid stored copy the change starts from the
 // default environment file, or from an empty environment, and its store makes the copy valid.
 uint32_t Change(const char *name, const char *value) {
-  drv::EnvSession env;
+  bootenv::EnvSession env;
   if (!env.Open()) {
     return DRV_ERR_ENV;
   }

@@ -230,6 +230,16 @@ SWM_API uint32_t SWM_VerifyPssCms(const char *sourcePath, const char *signatureP
  * reserved must be NULL. SWM_ERR_PARAM, SWM_ERR_IO or SWM_CMS_ERR_CRL. */
 SWM_API uint32_t SWM_GetCrlSignatureAlgs(const char *path, uint32_t *alg, void *reserved);
 
+/* ---- the package the board runs ----
+ * Path of the main package the board runs now: the boot environment variable next_bootfile
+ * (/etc/fw_env.config; read as libdrv reads it), copied with its terminator into path[len].
+ * SWM_ERR_PARAM for NULL path or len 0; SWM_ERR_IO when the environment cannot be read (no
+ * configuration or image, no valid copy and no default environment); SWM_ERR_NOT_FOUND when
+ * the variable is not set or empty; SWM_ERR_TOO_LONG when the value does not fit (it is never
+ * cut). path is "" after every failure except a forced one ([fail] SWM_GetCCPackage), which
+ * returns its code with path written as on success. */
+SWM_API uint32_t SWM_GetCCPackage(char *path, uint32_t len);
+
 #ifdef __cplusplus
 }
 #endif

@@ -50,7 +50,8 @@ def test_non_digit_numbers_are_not_right(configured, number):
 def test_number_beyond_32_bits_wraps(configured):
     result, log = run_and_log(configured, "4294967296")
     assert result.returncode == 1
-    assert log == [CAN_NOT_FIND.format(0)]
+    # operation 0, which refuses to run without its four arguments
+    assert log == ["[BOOT_INIT][ERROR]:Argv invalid. Argc num must be 4"]
     result, log = run_and_log(configured, "4294967300")
     assert log[-1:] == [CAN_NOT_FIND.format(4)] and len(log) == 2
 

@@ -6,6 +6,7 @@
 #include "bootinit/common.h"
 #include "bootinit/dispatch.h"
 #include "bootinit/download.h"
+#include "bootinit/extract.h"
 #include "bootinit/log.h"
 #include "bootinit/measure.h"
 #include "bootinit/package.h"

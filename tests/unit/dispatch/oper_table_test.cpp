@@ -8,6 +8,7 @@
 #include "bootinit/common.h"
 #include "bootinit/dispatch.h"
 #include "bootinit/download.h"
+#include "bootinit/extract.h"
 #include "bootinit/startup.h"
 #include "bootinit/verify.h"
 
@@ -40,9 +41,12 @@ TEST_F(OperTableTest, NumberFourHasNoFunctionForGood) {
 }
 
 TEST_F(OperTableTest, AvailableOperationsHaveTheirFunctions) {
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(0), &BOOT_InitOperExtractFile);
   EXPECT_EQ(BOOT_INIT_GetOperationFunc(1), &BOOT_InitOperGetDrvBasicInfo);
   EXPECT_EQ(BOOT_INIT_GetOperationFunc(2), &BOOT_InitOperDownloadFile);
   EXPECT_EQ(BOOT_INIT_GetOperationFunc(3), &BOOT_InitOperVerifyFile);
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(5), &BOOT_InitOperBinFIleTrans2RealFile);
+  EXPECT_EQ(BOOT_INIT_GetOperationFunc(8), &BOOT_InitOperUntarFile);
   EXPECT_EQ(BOOT_INIT_GetOperationFunc(9), &BOOT_InitOperGetBackPath);
   EXPECT_EQ(BOOT_INIT_GetOperationFunc(10), &BOOT_InitOperGetStartupMode);
   EXPECT_EQ(BOOT_INIT_GetOperationFunc(11), &BOOT_InitOperSetStartupMode);

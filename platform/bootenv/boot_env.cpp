@@ -1,4 +1,4 @@
-// The boot environment through libubootenv, one session per driver call.
+// The boot environment through libubootenv, one session per call of libdrv or libswm.
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -9,10 +9,9 @@
 #include <libuboot.h>
 // clang-format on
 
-#include "drv.h"
-#include "drv_internal.hpp"
+#include "boot_env.hpp"
 
-namespace drv {
+namespace bootenv {
 
 namespace {
 
@@ -56,18 +55,18 @@ bool EnvSession::Open() {
   return true;
 }
 
-uint32_t EnvSession::Get(const char *name, char *buf, uint32_t bufLen) const {
+EnvSession::Value EnvSession::Get(const char *name, char *buf, uint32_t bufLen) const {
   const std::unique_ptr<char, FreeDeleter> value(libuboot_get_env(ctx_, name));
   if (value == nullptr) {
-    return DRV_ERR_NOT_FOUND;
+    return Value::kNotFound;
   }
   const size_t len = std::strlen(value.get());
   if (len >= bufLen) {
     buf[0] = '\0';
-    return DRV_ERR_TOO_LONG;  // a cut value could name another file
+    return Value::kTooLong;
   }
   std::memcpy(buf, value.get(), len + 1);
-  return 0;
+  return Value::kCopied;
 }
 
 bool EnvSession::Set(const char *name, const char *value) {
@@ -76,4 +75,4 @@ bool EnvSession::Set(const char *name, const char *value) {
 
 bool EnvSession::Store() { return libuboot_env_store(ctx_) == 0; }
 
-}  // namespace drv
+}  // namespace bootenv

@@ -1,12 +1,13 @@
-// The boot environment session of libdrv.
-#ifndef DRV_DRV_INTERNAL_HPP
-#define DRV_DRV_INTERNAL_HPP
+// The boot environment session shared by libdrv (its environment entry points) and libswm (the
+// package the board runs now): both read the environment the same way.
+#ifndef BOOTENV_BOOT_ENV_HPP
+#define BOOTENV_BOOT_ENV_HPP
 
 #include <cstdint>
 
 struct uboot_ctx;
 
-namespace drv {
+namespace bootenv {
 
 // The boot environment as libubootenv keeps it: configuration /etc/fw_env.config, storage the
 // image (or the two images of a redundant environment) named there. One session per call:
@@ -30,9 +31,16 @@ class EnvSession {
   bool Open();
   Origin origin() const { return origin_; }
 
-  // The value of name: DRV_ERR_NOT_FOUND when unset, DRV_ERR_TOO_LONG when it does not fit
-  // buf[bufLen] with its terminator (buf is then ""), else 0.
-  uint32_t Get(const char *name, char *buf, uint32_t bufLen) const;
+  // What Get found.
+  enum class Value {
+    kCopied,    // the value and its terminator are in buf
+    kNotFound,  // the variable is not set
+    kTooLong,   // it does not fit buf[bufLen] with its terminator; buf is then ""
+  };
+
+  // The value of name into buf[bufLen] (bufLen > 0). A value is never cut: a cut value could
+  // name another file.
+  Value Get(const char *name, char *buf, uint32_t bufLen) const;
   // Sets name (NULL value: removes it) in memory. false when libubootenv refuses.
   bool Set(const char *name, const char *value);
   // Writes the variables to the storage (the other copy for a redundant environment).
@@ -44,6 +52,6 @@ class EnvSession {
   Origin origin_ = Origin::kNone;
 };
 
-}  // namespace drv
+}  // namespace bootenv
 
-#endif  // DRV_DRV_INTERNAL_HPP
+#endif  // BOOTENV_BOOT_ENV_HPP
