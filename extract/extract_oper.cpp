@@ -35,7 +35,7 @@ bool ReadExtractType(const char *text, uint32_t &type) {
   type = static_cast<uint32_t>(std::strtol(text, nullptr, 10));
   if (BOOT_INIT_IsExtractTypeValid(type) == 0) {
     BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                       "[BOOT_INIT][ERROR]:Extract file, extract type(%u) is invalid", type);
+                       "[BOOT_INIT][ERROR]:Extract type is invalid, type = %u", type);
     return false;
   }
   return true;

@@ -6,6 +6,7 @@
 // before their digests are used) and are staged the same way.
 #include <endian.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <span>
 
 #include "bootinit/common.h"
 #include "bootinit/extract.h"
@@ -22,6 +24,7 @@
 #include "extract/hash_copy.hpp"
 #include "swm.h"
 #include "tkal.h"
+#include "verify/pkg_records.hpp"
 
 namespace bootinit::extract {
 namespace {
@@ -177,6 +180,29 @@ uint32_t TryEntry(int fd, const BOOT_PKG_FILE_ENTRY_S &entry, const char *name,
              : BOOT_INIT_ERR_NOT_IN_PACKAGE;
 }
 
+// The container must hold together before any entry is tried, as the index build demands:
+// records end to end from the header on, none empty or wrapping, the last ending with the
+// file, no binName twice. A package that fails is refused as a whole, so nothing is taken out
+// of it even where one of its records would prove.
+uint32_t CheckLayout(int fd, const BOOT_PKG_HEADER_S &header, uint32_t count) {
+  struct stat status {};
+  errno = 0;  // a package too large for the check sets none
+  if (::fstat(fd, &status) != 0 || status.st_size > off_t{UINT32_MAX}) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                       "[BOOT_INIT][ERROR]:FindTarget: get package size failed, errno:%d", errno);
+    return BOOT_INIT_ERROR;
+  }
+  const auto size = static_cast<uint32_t>(status.st_size);
+  const pkg::Bytes bytes = std::as_bytes(std::span(&header, 1));
+  const auto acceptAll = [](const pkg::Entry &, const pkg::FileHeader &) { return BOOT_INIT_OK; };
+  if (pkg::WalkRecords(fd, bytes, count, size, acceptAll) != BOOT_INIT_OK) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                       "[BOOT_INIT][ERROR]:FindTarget: package layout is invalid.");
+    return BOOT_INIT_ERROR;
+  }
+  return BOOT_INIT_OK;
+}
+
 uint32_t Find(int fd, const char *name, BOOT_EXTRACT_TARGET_S &target) {
   if (::lseek(fd, 0, SEEK_SET) != 0) {
     return SeekFailed();
@@ -194,6 +220,9 @@ uint32_t Find(int fd, const char *name, BOOT_EXTRACT_TARGET_S &target) {
   if (count > BOOT_PKG_MAX_FILES) {
     BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
                        "[BOOT_INIT][ERROR]:FindTarget: File number(%u) is exceed max.", count);
+    return BOOT_INIT_ERROR;
+  }
+  if (CheckLayout(fd, header, count) != BOOT_INIT_OK) {
     return BOOT_INIT_ERROR;
   }
   for (uint32_t i = 0; i < count; ++i) {

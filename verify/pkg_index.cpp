@@ -26,6 +26,7 @@
 #include "swm.h"
 #include "tkal.h"
 #include "verify/pkg_layout.hpp"
+#include "verify/pkg_records.hpp"
 #include "verify/pkg_support.hpp"
 
 namespace bootinit::pkg {
@@ -42,10 +43,7 @@ Info g_pkgInfo = {-1, 0, nullptr, nullptr, {nullptr, nullptr}};
 
 constexpr uint32_t kNotEqual = 0xFFFFFFFFU;
 constexpr const char *kBinSuffix = ".bin";
-constexpr std::size_t kDuplicateNameLen = 128;
-using DuplicateNames = std::array<std::array<char, kDuplicateNameLen>, BOOT_PKG_MAX_FILES>;
 using HeaderBytes = std::array<std::byte, BOOT_PKG_HEADER_LEN>;
-using FileHeaderBytes = std::array<std::byte, BOOT_PKG_FILE_HEADER_LEN>;
 
 // Length of a name held in a fixed field: an unterminated field ends with the field.
 std::size_t NameLen(const char *name, std::size_t field) { return ::strnlen(name, field); }
@@ -63,52 +61,6 @@ void CloseFd(Info &info) {
 }
 
 // ---- building the index ----
-
-bool GetNextFile(const Entry &entry, uint32_t &runningEnd) {
-  const uint32_t before = runningEnd;
-  switch (NextRecord(entry, runningEnd)) {
-    case NextFault::kNone:
-      return true;
-    case NextFault::kNotAtRunningEnd:
-      BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                         "[BOOT_INIT][ERROR]:GetNextFile: Package is invalid, current len = %u, "
-                         "current offset = %u",
-                         before, entry.recordOffset);
-      return false;
-    case NextFault::kNoProgress:
-      BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                         "[BOOT_INIT][ERROR]:GetNextFile: Package is invalid, current len = %u, "
-                         "current offset = %u, filelen = %u",
-                         before, entry.recordOffset, entry.recordLength);
-      return false;
-  }
-  return false;
-}
-
-// The 352 bytes at offset. errno is cleared first so that a short read, which sets none,
-// reports 0 rather than whatever an earlier call left.
-bool GetFileHeader(int fd, uint32_t offset, FileHeaderBytes &out) {
-  if (::lseek(fd, static_cast<off_t>(offset), SEEK_SET) < 0) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:lseek failed, errno:%d", errno);
-    return false;
-  }
-  errno = 0;
-  const ssize_t got = TKAL_FdRead(fd, out.data(), out.size());
-  if (got != static_cast<ssize_t>(out.size())) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                       "[BOOT_INIT][ERROR]:Read file head failed, read len = %d, errno:%d",
-                       static_cast<int>(got), errno);
-    return false;
-  }
-  return true;
-}
-
-bool IsDuplicateFile(const DuplicateNames &names, uint32_t count, const char *name) {
-  const std::span<const std::array<char, kDuplicateNameLen>> earlier(names.data(), count);
-  return std::any_of(earlier.begin(), earlier.end(), [name](const auto &slot) {
-    return std::strncmp(slot.data(), name, slot.size()) == 0;
-  });
-}
 
 // A zeroed node for the record, or nullptr when there is no memory.
 Node *CreateFileInfo(const Entry &entry, const FileHeader &header) {
@@ -144,38 +96,8 @@ uint32_t AddFileInfo(const Entry &entry, const FileHeader &header, Info &info) {
   return BOOT_INIT_OK;
 }
 
-// One entry: its place in the chain of records, its file header, the duplicate check, and its
-// node unless the board exempts it (an exempt record still counts for layout and duplicates).
-uint32_t IndexEntry(const Entry &entry, uint32_t index, DuplicateNames &names, Info &info,
-                    uint32_t &runningEnd) {
-  if (!GetNextFile(entry, runningEnd)) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:get next file failed");
-    return BOOT_INIT_ERROR;
-  }
-  FileHeaderBytes bytes{};
-  const std::optional<FileHeader> header =
-      GetFileHeader(info.fd, entry.recordOffset, bytes) ? FileHeaderOf(bytes) : std::nullopt;
-  if (!header) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:get file header failed");
-    return BOOT_INIT_ERROR;
-  }
-  const char *binName = header->binName.data();
-  if (IsDuplicateFile(names, index, binName)) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                       "[BOOT_INIT][ERROR]:package is invalid, has duplicate file:%s", binName);
-    return BOOT_INIT_ERROR;
-  }
-  if (strcpy_s(names[index].data(), kDuplicateNameLen, binName) != EOK) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                       "[BOOT_INIT][ERROR]:BootGetAllFilesHeader: strcpy failed");
-    return BOOT_INIT_ERROR;
-  }
-  if (BootFileInBlackList(binName) == 1) {
-    return BOOT_INIT_OK;
-  }
-  return AddFileInfo(entry, *header, info);
-}
-
+// A node for each record unless the board exempts it (an exempt record still counted for
+// layout and duplicates).
 uint32_t GetAllFilesHeader(Bytes header, Info &info, uint32_t pkgSize) {
   const uint32_t count = FileCount(header).value_or(UINT32_MAX);
   if (count > BOOT_PKG_MAX_FILES) {
@@ -183,27 +105,12 @@ uint32_t GetAllFilesHeader(Bytes header, Info &info, uint32_t pkgSize) {
                        count);
     return BOOT_INIT_ERROR;
   }
-  DuplicateNames names;  // zeroed right below, for the entries the header counts
-  if (memset_s(names.data(), sizeof(names), 0, count * kDuplicateNameLen) != EOK) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:memset error");
-    return BOOT_INIT_ERROR;
-  }
-  uint32_t runningEnd = BOOT_PKG_HEADER_LEN;
-  for (uint32_t i = 0; i < count; ++i) {
-    const std::optional<Bytes> entryBytes = EntryBytes(header, i);
-    const std::optional<Entry> entry = entryBytes ? EntryOf(*entryBytes) : std::nullopt;
-    if (!entry || IndexEntry(*entry, i, names, info, runningEnd) != BOOT_INIT_OK) {
-      return BOOT_INIT_ERROR;
-    }
-  }
-  if (runningEnd != pkgSize) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                       "[BOOT_INIT][ERROR]:package size verify failed, record size:%u, real "
-                       "size:%u",
-                       runningEnd, pkgSize);
-    return BOOT_INIT_ERROR;
-  }
-  return BOOT_INIT_OK;
+  return WalkRecords(info.fd, header, count, pkgSize,
+                     [&info](const Entry &entry, const FileHeader &fileHeader) {
+                       return BootFileInBlackList(fileHeader.binName.data()) == 1
+                                  ? BOOT_INIT_OK
+                                  : AddFileInfo(entry, fileHeader, info);
+                     });
 }
 
 // The package's size as the 32-bit count the records are checked against. A file of 4 GiB or

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -170,26 +172,74 @@ TEST_F(ExtractFindTest, APackageShorterThanItsHeader) {
 }
 
 TEST_F(ExtractFindTest, ACountOf256IsSearchedWhole) {
-  BuildUnsigned();
-  std::string bytes = pkgtest::PackageBytes();
-  pkgtest::PutBe32(bytes, 4, 256);  // the unused entries are zero: all point at offset 0
-  pkgtest::WritePackage(bytes);
+  std::vector<std::string> names;
+  for (int i = 0; i < 256; ++i) {
+    names.push_back("f" + std::to_string(i));
+    Input(names.back(), std::to_string(i));
+  }
+  pkgtest::Build(names, {"--no-list"});
   BOOT_EXTRACT_TARGET_S target{};
   EXPECT_EQ(Find("nothing", target, -1), kNotFound);
-  EXPECT_THAT(MainLog(), ElementsAre(NoSuchFile("nothing")));
+  EXPECT_EQ(Find("f255", target, -1), kNotFound);  // the last entry is tried (and not listed)
+  EXPECT_THAT(MainLog(), ElementsAre(NoSuchFile("nothing"),
+                                     "[BOOT_INIT][ERROR]:File f255.bin not in signature file list.",
+                                     NoSuchFile("f255")));
 }
 
-TEST_F(ExtractFindTest, AFileHeaderPastTheEnd) {
+// The layout check before the search: a package cut inside a file header, and an entry that
+// does not continue the chain of records, are refused as a whole.
+TEST_F(ExtractFindTest, ALayoutFaultStopsTheSearchBeforeItBegins) {
   BuildUnsigned();
+  ListRecordsAsTheyAre();
   std::string bytes = pkgtest::PackageBytes();
   const Listed app = pkgtest::Record(pkgtest::ListPackage(), "app.bin");
   bytes.resize(app.offset + 100);  // only 100 bytes of the last header are left
   pkgtest::WritePackage(bytes);
   BOOT_EXTRACT_TARGET_S target{};
-  EXPECT_EQ(Find("app.bin", target, -1), kError);
+  EXPECT_EQ(Find("kernel.img.gz", target, -1), kError);
   pkgtest::PutBe32(bytes, pkgtest::kEntryOffsetAt + 24, 100000);  // rootfs's entry
   pkgtest::WritePackage(bytes);
-  EXPECT_EQ(Find("app.bin", target, -1), kError);
+  EXPECT_EQ(Find("kernel.img.gz", target, -1), kError);
+  const std::string invalid = "[BOOT_INIT][ERROR]:FindTarget: package layout is invalid.";
+  EXPECT_THAT(MainLog(),
+              ElementsAre("[BOOT_INIT][ERROR]:Read file head failed, read len = 100, errno:0",
+                          "[BOOT_INIT][ERROR]:get file header failed", invalid,
+                          "[BOOT_INIT][ERROR]:GetNextFile: Package is invalid, current len = " +
+                              std::to_string(app.offset - 352 - 17) + ", current offset = 100000",
+                          "[BOOT_INIT][ERROR]:get next file failed", invalid));
+}
+
+// A package of 4 GiB or more has no 32-bit size for its records to end at (a sparse file).
+TEST_F(ExtractFindTest, APackageOf4GiBIsNotSearched) {
+  BuildUnsigned();
+  ListRecordsAsTheyAre();
+  std::filesystem::resize_file(kPkgPath, UINT64_C(0x100000000));
+  BOOT_EXTRACT_TARGET_S target{};
+  EXPECT_EQ(Find("rootfs", target, -1), kError);
+  EXPECT_THAT(MainLog(),
+              ElementsAre("[BOOT_INIT][ERROR]:FindTarget: get package size failed, errno:0"));
+}
+
+// The package cut after the layout check passed, as another process could
+// do while the search runs: the search's own reads report it. Reads 1 to 4 are the package
+// header and the layout check's three file headers.
+TEST_F(ExtractFindTest, AFileHeaderPastTheEnd) {
+  BuildUnsigned();
+  const std::string intact = pkgtest::PackageBytes();
+  const Listed app = pkgtest::Record(pkgtest::ListPackage(), "app.bin");
+  std::string cut = intact;
+  cut.resize(app.offset + 100);  // only 100 bytes of the last header are left
+  std::string noHeader = intact;
+  noHeader.resize(app.offset);  // nothing of it
+  extractfaults::Get().package = kPkgPath;
+  extractfaults::Get().changeAfterRead = 4;
+  BOOT_EXTRACT_TARGET_S target{};
+  for (const std::string *changed : {&cut, &noHeader}) {
+    pkgtest::WritePackage(intact);
+    extractfaults::Get().packageReads = 0;
+    extractfaults::Get().change = [changed] { pkgtest::WritePackage(*changed); };
+    EXPECT_EQ(Find("app.bin", target, -1), kError);
+  }
   EXPECT_THAT(MainLog(),
               ElementsAre("[BOOT_INIT][ERROR]:FindTarget: Read file head failed, read len = 100, "
                           "errno:0",
@@ -205,7 +255,7 @@ TEST_F(ExtractFindTest, AFailedSeekToAnEntryStopsTheSearch) {
   ListRecordsAsTheyAre();
   const Fd package(OpenPackage());
   pkgfaults::Get().lseekFailFd = package.get();
-  pkgfaults::Get().lseekFailAt = 3;  // the second entry
+  pkgfaults::Get().lseekFailAt = 6;  // the second entry (after the layout check's three)
   pkgfaults::Get().lseekErrno = EIO;
   BOOT_EXTRACT_TARGET_S target{};
   target.outFd = -1;
@@ -216,6 +266,13 @@ TEST_F(ExtractFindTest, AFailedSeekToAnEntryStopsTheSearch) {
   testsupport::ClearMainLog();
   EXPECT_EQ(FindTarget(package.get(), "app.bin", &target), kError);
   EXPECT_THAT(MainLog(), ElementsAre("[BOOT_INIT][ERROR]:FindTarget: lseek failed, errno:5"));
+  pkgfaults::Get().lseekFailAt = 2;  // the layout check's first file header
+  pkgfaults::Get().lseekSeen = 0;
+  testsupport::ClearMainLog();
+  EXPECT_EQ(FindTarget(package.get(), "app.bin", &target), kError);
+  EXPECT_THAT(MainLog(), ElementsAre("[BOOT_INIT][ERROR]:lseek failed, errno:5",
+                                     "[BOOT_INIT][ERROR]:get file header failed",
+                                     "[BOOT_INIT][ERROR]:FindTarget: package layout is invalid."));
 }
 
 TEST_F(ExtractFindTest, FailedSeeksOfACandidateFailOnlyThatEntry) {
@@ -226,10 +283,10 @@ TEST_F(ExtractFindTest, FailedSeeksOfACandidateFailOnlyThatEntry) {
   target.outFd = -1;
   pkgfaults::Get().lseekFailFd = package.get();
   pkgfaults::Get().lseekErrno = EIO;
-  pkgfaults::Get().lseekFailAt = 3;  // header, entry 0, then the record of entry 0
+  pkgfaults::Get().lseekFailAt = 6;  // header, layout check, entry 0, record of entry 0
   EXPECT_EQ(FindTarget(package.get(), "kernel.bin", &target), kNotFound);
   pkgfaults::Get().lseekSeen = 0;
-  pkgfaults::Get().lseekFailAt = 4;  // ... then where its bytes begin
+  pkgfaults::Get().lseekFailAt = 7;  // ... then where its bytes begin
   EXPECT_EQ(FindTarget(package.get(), "kernel.bin", &target), kNotFound);
   EXPECT_THAT(MainLog(),
               ElementsAre("[BOOT_INIT][ERROR]:change offset to file header failed, errno:5",

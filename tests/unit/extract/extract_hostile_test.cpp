@@ -1,8 +1,7 @@
 // Hostile packages written by bootpkg --break, through BOOT_INIT_ExtractFileByFileName: each
 // refused one with its exact code and lines and nothing written (the destination as it was,
-// /tmp without signature files). The extraction proves each record by its digest and does not
-// judge the container's layout (the index build does): a package that breaks a layout rule
-// without touching a proven record still gives that record, exactly as proven.
+// /tmp without signature files). A package whose container does not hold together is refused as
+// a whole, before any entry is tried, even where one of its records would prove.
 #include <filesystem>
 #include <map>
 #include <string>
@@ -19,8 +18,8 @@ using testing::IsEmpty;
 using testsupport::MainLog;
 using testsupport::ReadFile;
 
-constexpr const char *kEmptyDigest =
-    "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
+// bootpkg's default size of a gap, an overlap and trailing bytes.
+constexpr uint32_t kFaultBytes = 16;
 
 // The failed load of another package's list, after the failed extraction of its signature
 // files into /tmp.
@@ -31,13 +30,29 @@ std::vector<std::string> NoSignatures() {
 }
 
 // The lines of a search that stops at once for every one of the signature files.
-std::vector<std::string> EverySignatureStops(const std::string &line) {
+std::vector<std::string> EverySignatureStops(const std::vector<std::string> &stop) {
   std::vector<std::string> lines;
   for (const std::string name :
        {"signature_pss_filelist", "signature_filelist", "signature_cms", "signature_crl"}) {
-    lines.insert(lines.end(), {line, GetFileFailed(name), NotOk(name, "/tmp")});
+    lines.insert(lines.end(), stop.begin(), stop.end());
+    lines.insert(lines.end(), {GetFileFailed(name), NotOk(name, "/tmp")});
   }
   return lines;
+}
+
+// The layout check's lines ending every search, the signature files' first.
+std::vector<std::string> LayoutRefused(std::vector<std::string> fault) {
+  fault.emplace_back("[BOOT_INIT][ERROR]:FindTarget: package layout is invalid.");
+  return Concat({EverySignatureStops(fault), NoSignatures()});
+}
+
+std::string NotAtRunningEnd(uint32_t runningEnd, uint32_t offset) {
+  return "[BOOT_INIT][ERROR]:GetNextFile: Package is invalid, current len = " +
+         std::to_string(runningEnd) + ", current offset = " + std::to_string(offset);
+}
+
+std::string NoProgress(uint32_t runningEnd, uint32_t length) {
+  return NotAtRunningEnd(runningEnd, runningEnd) + ", filelen = " + std::to_string(length);
 }
 
 class ExtractHostileTest : public ExtractTest {
@@ -52,18 +67,6 @@ class ExtractHostileTest : public ExtractTest {
     EXPECT_FALSE(std::filesystem::exists(kStaging));
     EXPECT_EQ(g_signedFiles->count, 0u);
   }
-  // The file bytes of a record straight from the package (bootpkg refuses to extract from a
-  // package with layout faults).
-  static std::string FileBytesAt(const std::string &binName) {
-    const Listed record = pkgtest::Record(pkgtest::ListPackage(), binName);
-    return pkgtest::PackageBytes().substr(record.offset + 352, record.actualLength);
-  }
-  // The digest the package's PSS list gives for binName.
-  static std::string ListedDigest(const std::string &binName) {
-    const std::string list = FileBytesAt("signature_pss_filelist.bin");
-    const std::size_t at = list.find("FILENAME=" + binName + "\n");
-    return list.substr(list.find("SHA256-DIGEST=", at) + 14, 64);
-  }
 };
 
 TEST_F(ExtractHostileTest, AFileCountOf257) {
@@ -71,8 +74,8 @@ TEST_F(ExtractHostileTest, AFileCountOf257) {
   EXPECT_EQ(Extract("rootfs"), kError);
   EXPECT_THAT(MainLog(),
               ElementsAreArray(
-                  Concat({EverySignatureStops("[BOOT_INIT][ERROR]:FindTarget: File number(257) is "
-                                              "exceed max."),
+                  Concat({EverySignatureStops({"[BOOT_INIT][ERROR]:FindTarget: File number(257) is "
+                                               "exceed max."}),
                           NoSignatures()})));
   ExpectNothingWritten();
 }
@@ -82,22 +85,20 @@ TEST_F(ExtractHostileTest, ATruncatedPackageHeader) {
   EXPECT_EQ(Extract("rootfs"), kError);
   EXPECT_THAT(MainLog(),
               ElementsAreArray(
-                  Concat({EverySignatureStops("[BOOT_INIT][ERROR]:FindTarget: Read package header "
-                                              "failed, read len = 6179, head len = 6180."),
+                  Concat({EverySignatureStops({"[BOOT_INIT][ERROR]:FindTarget: Read package header "
+                                               "failed, read len = 6179, head len = 6180."}),
                           NoSignatures()})));
   ExpectNothingWritten();
 }
 
-// A record end past 2^32: the digest read runs into the end of the package.
+// A record end past 2^32: the chain of records stops at that entry.
 TEST_F(ExtractHostileTest, ARecordEndWrappingPast4GiB) {
   BuildThree("pss", {"--break", "wrap", "--target", "rootfs"});
-  EXPECT_EQ(Extract("rootfs"), kNotFound);
-  EXPECT_THAT(
-      MainLog(),
-      ElementsAreArray(
-          Concat({{"[BOOT_INIT][ERROR]:Read file failed",
-                   "[BOOT_INIT][ERROR]:Get file(rootfs 4294967295) sha256 failed, ret=4294967295."},
-                  Missing("rootfs", kOutDir)})));
+  const Listed rootfs = pkgtest::Record(pkgtest::ListPackage(), "rootfs.bin");
+  EXPECT_EQ(Extract("rootfs"), kError);
+  EXPECT_THAT(MainLog(),
+              ElementsAreArray(LayoutRefused({NoProgress(rootfs.offset, 0xFFFFFFFFu),
+                                              "[BOOT_INIT][ERROR]:get next file failed"})));
   ExpectNothingWritten();
 }
 
@@ -189,62 +190,89 @@ TEST_F(ExtractHostileTest, TheCurrentPackageWithOnlyItsPssList) {
   EXPECT_EQ(DirState(kOutDir), (std::map<std::string, std::string>{{"keep", "was here"}}));
 }
 
-// An entry of length 0 before the real record: it fails its proof (by either name) and the
-// search goes on to the record, which passes.
-TEST_F(ExtractHostileTest, AZeroLengthEntryBeforeTheRecord) {
+// Layout faults, each refused before any entry is tried: the signature files are not taken
+// out either, so nothing is loaded and nothing written.
+TEST_F(ExtractHostileTest, AZeroLengthRecord) {
   BuildThree("pss", {"--break", "zero-length", "--target", "rootfs"});
-  const std::string listed = ListedDigest("rootfs.bin");
-  EXPECT_EQ(Extract("rootfs.bin"), 0u);
-  EXPECT_EQ(Extract("rootfs"), 0u);
+  const Listed rootfs = pkgtest::Record(pkgtest::ListPackage(), "rootfs.bin");
+  EXPECT_EQ(Extract("rootfs"), kError);
   EXPECT_THAT(MainLog(),
-              ElementsAre(Mismatch("rootfs.bin", kEmptyDigest, listed),
-                          "[BOOT_INIT][ERROR]:File rootfs of 17 bytes at 352 lies outside its "
-                          "record of 0 bytes."));
-  EXPECT_EQ(ReadFile(Out("rootfs")), kRootfs);
-  EXPECT_EQ(ReadFile(Out("rootfs.bin")).substr(352), kRootfs);
+              ElementsAreArray(LayoutRefused(
+                  {NoProgress(rootfs.offset, 0), "[BOOT_INIT][ERROR]:get next file failed"})));
+  ExpectNothingWritten();
 }
 
-// Layout faults that leave the proven records as they were: the records come out as proven.
-TEST_F(ExtractHostileTest, AGapOrTrailingBytesLeaveProvenRecordsIntact) {
-  for (const std::vector<std::string> &rule :
-       {std::vector<std::string>{"--break", "gap", "--target", "kernel.img.gz"},
-        std::vector<std::string>{"--break", "trailing-bytes"}}) {
-    testsupport::RemovePath(kOutDir);
-    BuildThree("pss", rule);
-    EXPECT_EQ(Extract("kernel.img.gz"), 0u);
-    EXPECT_EQ(Extract("rootfs"), 0u);
-    EXPECT_EQ(ReadFile(Out("kernel.img.gz")), kKernel);
-    EXPECT_EQ(ReadFile(Out("rootfs")), kRootfs);
-  }
-  EXPECT_THAT(MainLog(), IsEmpty());
+TEST_F(ExtractHostileTest, AGapBetweenRecords) {
+  BuildThree("pss", {"--break", "gap", "--target", "kernel.img.gz"});
+  // The record behind the kernel's starts 16 bytes after the kernel's end.
+  const Listed rootfs = pkgtest::Record(pkgtest::ListPackage(), "rootfs.bin");
+  EXPECT_EQ(Extract("rootfs"), kError);
+  EXPECT_THAT(
+      MainLog(),
+      ElementsAreArray(LayoutRefused({NotAtRunningEnd(rootfs.offset - kFaultBytes, rootfs.offset),
+                                      "[BOOT_INIT][ERROR]:get next file failed"})));
+  ExpectNothingWritten();
 }
 
-// An overlap: the record as read through its entry ends with the next record's header, and the
-// list holds the digest of exactly those bytes, which are what comes out.
-TEST_F(ExtractHostileTest, AnOverlapGivesTheRecordAsItWasListed) {
+TEST_F(ExtractHostileTest, AnOverlapOfRecords) {
   BuildThree("pss", {"--break", "overlap", "--target", "kernel.img.gz", "--size", "16"});
-  const std::string expected = FileBytesAt("kernel.bin");
-  ASSERT_EQ(expected.substr(0, 4984), kKernel.substr(0, 4984));
-  ASSERT_NE(expected.substr(4984), kKernel.substr(4984));
-  EXPECT_EQ(Extract("kernel.img.gz"), 0u);
-  EXPECT_EQ(ReadFile(Out("kernel.img.gz")), expected);
-  EXPECT_EQ(Extract("rootfs"), 0u);
-  EXPECT_EQ(ReadFile(Out("rootfs")), kRootfs);
-  EXPECT_THAT(MainLog(), IsEmpty());
+  // The record behind the kernel's starts 16 bytes before the kernel's end.
+  const Listed rootfs = pkgtest::Record(pkgtest::ListPackage(), "rootfs.bin");
+  EXPECT_EQ(Extract("kernel.img.gz"), kError);
+  EXPECT_THAT(
+      MainLog(),
+      ElementsAreArray(LayoutRefused({NotAtRunningEnd(rootfs.offset + kFaultBytes, rootfs.offset),
+                                      "[BOOT_INIT][ERROR]:get next file failed"})));
+  ExpectNothingWritten();
 }
 
-// Two records of one name (a firmware file's too): the first one that passes is taken.
+TEST_F(ExtractHostileTest, TrailingBytesAfterTheLastRecord) {
+  BuildThree("pss", {"--break", "trailing-bytes"});
+  const uint32_t size = static_cast<uint32_t>(pkgtest::PackageBytes().size());
+  EXPECT_EQ(Extract("rootfs"), kError);
+  EXPECT_THAT(MainLog(),
+              ElementsAreArray(LayoutRefused(
+                  {"[BOOT_INIT][ERROR]:package size verify failed, record size:" +
+                   std::to_string(size - kFaultBytes) + ", real size:" + std::to_string(size)})));
+  ExpectNothingWritten();
+}
+
+// Two records of one name, a firmware file's too (exemption plays no part in extraction).
 TEST_F(ExtractHostileTest, DuplicateRecordNames) {
   BuildThree("pss", {"--break", "duplicate-binname", "--target", "rootfs"});
-  EXPECT_EQ(Extract("rootfs"), 0u);
-  EXPECT_EQ(ReadFile(Out("rootfs")), kRootfs);
+  EXPECT_EQ(Extract("rootfs"), kError);
+  EXPECT_THAT(MainLog(),
+              ElementsAreArray(LayoutRefused(
+                  {"[BOOT_INIT][ERROR]:package is invalid, has duplicate file:rootfs.bin"})));
+  ExpectNothingWritten();
+  testsupport::ClearMainLog();
   Input(pkgtest::kMpuFirmware, "bitstream");
   pkgtest::Build(
       {"rootfs", pkgtest::kMpuFirmware},
       With(SignedBy("pss"), {"--break", "duplicate-exempt", "--firmware", pkgtest::kMpuFirmware}));
-  EXPECT_EQ(Extract(pkgtest::kMpuFirmware), 0u);
-  EXPECT_EQ(ReadFile(Out(pkgtest::kMpuFirmware)), "bitstream");
-  EXPECT_THAT(MainLog(), IsEmpty());
+  EXPECT_EQ(Extract(pkgtest::kMpuFirmware), kError);
+  EXPECT_THAT(MainLog(),
+              ElementsAreArray(LayoutRefused(
+                  {"[BOOT_INIT][ERROR]:package is invalid, has duplicate file:mpu_fpga.bin"})));
+  ExpectNothingWritten();
+}
+
+// The current package's list already loaded from its intact form: the package file is then
+// replaced by one with a gap, and the search itself refuses it.
+TEST_F(ExtractHostileTest, ALayoutFaultAfterTheListWasLoaded) {
+  BuildThree("pss");
+  testsupport::SetEnv("next_bootfile", kPkgPath);
+  ASSERT_EQ(Extract("kernel.img.gz"), 0u);
+  testsupport::RemovePath(kOutDir);
+  testsupport::ClearMainLog();
+  BuildThree("pss", {"--break", "gap", "--target", "rootfs"});
+  const Listed app = pkgtest::Record(pkgtest::ListPackage(), "app.bin");
+  EXPECT_EQ(Extract("rootfs"), kError);
+  EXPECT_THAT(MainLog(), ElementsAre(NotAtRunningEnd(app.offset - kFaultBytes, app.offset),
+                                     "[BOOT_INIT][ERROR]:get next file failed",
+                                     "[BOOT_INIT][ERROR]:FindTarget: package layout is invalid.",
+                                     GetFileFailed("rootfs"), NotOk("rootfs", kOutDir)));
+  EXPECT_FALSE(std::filesystem::exists(Out("rootfs")));
 }
 
 }  // namespace

@@ -93,9 +93,9 @@ TEST_F(ExtractOperTest, TheExtractType) {
   const std::string byId = "[BOOT_INIT][ERROR]:Not support extract file by id";
   EXPECT_THAT(
       MainLog(),
-      ElementsAre("[BOOT_INIT][ERROR]:Extract file, extract type(2) is invalid",
-                  "[BOOT_INIT][ERROR]:Extract file, extract type(4294967295) is invalid",
-                  "[BOOT_INIT][ERROR]:Extract file, extract type(2) is invalid", byId, byId, byId));
+      ElementsAre("[BOOT_INIT][ERROR]:Extract type is invalid, type = 2",
+                  "[BOOT_INIT][ERROR]:Extract type is invalid, type = 4294967295",
+                  "[BOOT_INIT][ERROR]:Extract type is invalid, type = 2", byId, byId, byId));
   EXPECT_FALSE(std::filesystem::exists(kOutDir));
 }
 

@@ -11,8 +11,10 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "extract_fixture.hpp"
@@ -70,24 +72,33 @@ class ExtractStageTest : public ExtractTest {
     testsupport::ClearMainLog();
   }
 
-  // After the n-th read of the package, byte at of the package file is inverted.
-  static void FlipAfterRead(int read, std::size_t at) {
+  // After the n-th read of the package, change runs.
+  static void ChangeAfterRead(int read, std::function<void()> change) {
     extractfaults::Get().package = kPkgPath;
     extractfaults::Get().changeAfterRead = read;
-    extractfaults::Get().change = [at] { FlipPackageByte(at); };
+    extractfaults::Get().change = std::move(change);
   }
+
+  // After the n-th read of the package, byte at of the package file is inverted.
+  static void FlipAfterRead(int read, std::size_t at) {
+    ChangeAfterRead(read, [at] { FlipPackageByte(at); });
+  }
+
+  // The reads of a search before its first entry's file header: the package header, then one
+  // file header per record for the layout check (four records: image, rootfs, the PSS pair).
+  static constexpr int kLayoutReads = 1 + 4;
 
   static std::map<std::string, std::string> OnlyKeep() { return {{"keep", "was here"}}; }
 
   Listed image_;
 };
 
-// Read 1 is the package header, read 2 the file header of the first entry, read 3 the first
-// piece of its record. A byte changed on disk right after the file header was read is read
-// with the record: the digest shows it and nothing is written.
+// Reads 1 to 5 are the package header and the layout check, read 6 the file header of the first
+// entry, read 7 the first piece of its record. A byte changed on disk right after the file header
+// was read is read with the record: the digest shows it and nothing is written.
 TEST_F(ExtractStageTest, AChangeAfterTheFileHeaderWasReadIsCaught) {
   LoadList();
-  FlipAfterRead(2, image_.offset + 352 + 60000);
+  FlipAfterRead(kLayoutReads + 1, image_.offset + 352 + 60000);
   EXPECT_EQ(ExtractFileInner(kPkgPath.c_str(), "image.img", kOutDir.c_str()), kNotFound);
   EXPECT_EQ(extractfaults::Get().changedAtRead, 352u);
   const std::string changed = pkgtest::Record(pkgtest::ListPackage(), "image.bin").recordDigest;
@@ -100,7 +111,7 @@ TEST_F(ExtractStageTest, AChangeAfterTheFileHeaderWasReadIsCaught) {
 // A change behind the part already read, while the rest is still being read: caught as well.
 TEST_F(ExtractStageTest, AChangeInTheMiddleOfTheRecordIsCaught) {
   LoadList();
-  FlipAfterRead(3, image_.offset + 352 + 90000);
+  FlipAfterRead(kLayoutReads + 2, image_.offset + 352 + 90000);
   EXPECT_EQ(ExtractFileInner(kPkgPath.c_str(), "image.bin", kOutDir.c_str()), kNotFound);
   EXPECT_EQ(extractfaults::Get().changedAtRead, 32768u);
   EXPECT_EQ(DirState(kOutDir), OnlyKeep());
@@ -111,7 +122,7 @@ TEST_F(ExtractStageTest, AChangeInTheMiddleOfTheRecordIsCaught) {
 // proven, not what the package holds now.
 TEST_F(ExtractStageTest, AChangeAfterTheProofDoesNotReachTheFile) {
   LoadList();
-  FlipAfterRead(6, image_.offset + 352 + 100);  // pieces at reads 3, 4, 5, 6
+  FlipAfterRead(kLayoutReads + 5, image_.offset + 352 + 100);  // pieces at reads 7 to 10
   EXPECT_EQ(ExtractFileInner(kPkgPath.c_str(), "image.img", kOutDir.c_str()), 0u);
   EXPECT_EQ(extractfaults::Get().changedAtRead, 352u + 102400u - 3u * 32768u);
   EXPECT_EQ(ReadFile(Out("image.img")), LargeImage());
@@ -242,7 +253,9 @@ TEST_F(ExtractStageTest, ADestinationPathThatDoesNotFit) {
 // leaves nothing under its name.
 TEST_F(ExtractStageTest, ASignatureFileCutShort) {
   const Listed cms = pkgtest::Record(pkgtest::ListPackage(), "signature_pss_cms.bin");
-  std::filesystem::resize_file(kPkgPath, cms.offset + 352 + 100);
+  // Cut once the layout check has passed: a package cut before it is refused as a whole.
+  ChangeAfterRead(kLayoutReads,
+                  [&cms] { std::filesystem::resize_file(kPkgPath, cms.offset + 352 + 100); });
   EXPECT_EQ(Extract("signature_pss_cms"), 1u);
   EXPECT_THAT(MainLog(), ElementsAre("[BOOT_INIT][ERROR]:ExtractFile: copy file failed, len:" +
                                          std::to_string(cms.actualLength),
