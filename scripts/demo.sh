@@ -96,6 +96,34 @@ run "$boards/lc" 3 0 /var/lib/demo changed.img app.cms crl_empty
 run "$boards/lc" 3 0 /var/lib/demo app.img app.revoked.cms crl_revoking
 
 echo
+echo "== packages: bootpkg builds and signs one, operation 0 takes proven files out of it =="
+bootpkg=tools/bootpkg/bootpkg
+printf 'kernel of the line card\n' > "$boards/kernel.img.gz"
+printf 'root file system of the line card\n' > "$boards/rootfs"
+package() {  # package NAME [bootpkg build options]: a PSS-signed package of the two files
+  "$bootpkg" build --out "$boards/$1" --sign pss --signer "$pki/pss_signer.pem" \
+    --key "$pki/pss_signer.key" "${@:2}" "$boards/kernel.img.gz" "$boards/rootfs"
+  "$bootsim" put "$boards/lc" "/opt/kytv8/home/$1" --from "$boards/$1"
+}
+# The line card runs another package, so the new one's signature files are read through /tmp.
+"$bootsim" env "$boards/lc" --set next_bootfile=/opt/kytv8/home/running.cc
+package update.cc
+echo "bootpkg list update.cc (entry, offset, record length, file length, kind, binName, actual name, record digest, file digest):"
+"$bootpkg" list "$boards/update.cc" | sed 's/^/  /'
+run "$boards/lc" 0 1 /opt/kytv8/home/update.cc kernel.img.gz /var/lib/demo/out
+run "$boards/lc" 0 1 /opt/kytv8/home/update.cc rootfs.bin /var/lib/demo/out
+"$bootsim" run "$boards/lc" -- cat /var/lib/demo/out/kernel.img.gz >"$boards/kernel.out"
+cmp -s "$boards/kernel.out" "$boards/kernel.img.gz" && echo "  the extracted kernel.img.gz is the packaged file"
+# Operation 5 takes the file out of the .bin form (its 352-byte file header in front).
+run "$boards/lc" 5 /var/lib/demo/out/rootfs.bin rootfs /var/lib/demo/unwrapped
+# A changed byte fails its digest; a gap between records breaks the container as a whole.
+package changed.cc --break changed-byte --target rootfs
+package gap.cc --break gap --target kernel.img.gz
+run "$boards/lc" 0 1 /opt/kytv8/home/changed.cc rootfs /var/lib/demo/refused
+run "$boards/lc" 0 1 /opt/kytv8/home/gap.cc rootfs /var/lib/demo/refused
+echo "  /var/lib/demo/refused holds: [$("$bootsim" run "$boards/lc" -- ls -A /var/lib/demo/refused)]"
+
+echo
 echo "== the CRL refresh: the main board has a newer CRL than the line card's flash =="
 "$bootsim" put "$boards/demo" /opt/velmor/bootfile/crl_upgrade --from "$pki/crl_newer.der"
 "$bootsim" flash "$boards/lc" crl --write "$pki/crl_older.der"
