@@ -14,6 +14,7 @@
 #include "bootinit/extract.h"
 #include "bootinit/log.h"
 #include "common/support/fixed_text.hpp"
+#include "common/support/staged_file.hpp"
 #include "common/support/unique_fd.hpp"
 #include "extract/extract_support.hpp"
 #include "swm.h"
@@ -22,9 +23,9 @@
 namespace bootinit::extract {
 namespace {
 
-// The name a staged file gets where the file system has no unnamed files: hidden, unique, in
-// the destination directory so that it can be renamed into place.
-constexpr const char *kStagedNamePattern = "%s/.bootinit-XXXXXX";
+std::span<char> HiddenPath(BOOT_EXTRACT_TARGET_S &target) {
+  return {target.stagedPath, BOOT_EXTRACT_PATH_LEN};
+}
 
 // Whatever lies at the path goes first, a symbolic link as the link itself; never a directory.
 void RemoveIfPresent(const char *path) {
@@ -39,13 +40,7 @@ class StagedFile {
  public:
   StagedFile(const char *dir, BOOT_EXTRACT_TARGET_S &target) : target_(target) {
     target_.outFd = -1;
-    target_.stagedPath[0] = '\0';
-    int raw = -1;
-    if (SWM_Open(dir, O_TMPFILE | O_RDWR, &raw, kFileMode) == SWM_OK) {
-      fd_.reset(raw);
-    } else if (errno == EOPNOTSUPP || errno == EISDIR) {
-      OpenNamed(dir);  // a file system (or kernel) without unnamed files
-    }
+    fd_.reset(OpenStagedFile(dir, kFileMode, HiddenPath(target_)));
     target_.outFd = fd_.get();
     target_.stageErrno = fd_.valid() ? 0 : errno;
   }
@@ -60,40 +55,9 @@ class StagedFile {
   }
 
  private:
-  void OpenNamed(const char *dir) {
-    std::span<char> path(target_.stagedPath, BOOT_EXTRACT_PATH_LEN);
-    if (!FormatInto(path, kStagedNamePattern, dir)) {
-      path[0] = '\0';
-      errno = ENAMETOOLONG;
-      return;
-    }
-    fd_.reset(::mkostemp(path.data(), O_CLOEXEC));
-    if (!fd_.valid()) {
-      path[0] = '\0';
-      return;
-    }
-    (void)::fchmod(fd_.get(), kFileMode);  // mkostemp makes 0600
-  }
-
   BOOT_EXTRACT_TARGET_S &target_;
   UniqueFd fd_;
 };
-
-// Links the unnamed staged file in, or renames the named one, under destPath.
-bool PutInPlace(BOOT_EXTRACT_TARGET_S &target, const char *destPath) {
-  if (target.stagedPath[0] != '\0') {
-    if (::rename(target.stagedPath, destPath) != 0) {
-      return false;
-    }
-    target.stagedPath[0] = '\0';
-    return true;
-  }
-  std::array<char, 64> procPath = {};
-  if (!FormatInto(procPath, "/proc/self/fd/%d", target.outFd)) {
-    return false;
-  }
-  return ::linkat(AT_FDCWD, procPath.data(), AT_FDCWD, destPath, AT_SYMLINK_FOLLOW) == 0;
-}
 
 void LogCreateFailed(const char *destPath, int error) {
   BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
@@ -112,7 +76,7 @@ uint32_t PlaceFile(BOOT_EXTRACT_TARGET_S &target, const char *destPath) {
                        "[BOOT_INIT][ERROR]:ExtractFile: copy file failed, len:%u", target.length);
     return target.copyResult;
   }
-  if (!PutInPlace(target, destPath)) {
+  if (!PutStagedFile(target.outFd, HiddenPath(target), destPath)) {
     LogCreateFailed(destPath, errno);
     return BOOT_INIT_ERROR;
   }

@@ -12,6 +12,7 @@
 #include "bootinit/log.h"
 #include "bootinit/package.h"
 #include "swm.h"
+#include "verify/pkg_staged.hpp"
 #include "verify/pkg_support.hpp"
 
 namespace bootinit::pkg {
@@ -144,31 +145,35 @@ uint32_t Reject(const char *name) {
   return BOOT_INIT_ERROR;
 }
 
+// The copy is hashed while it is made and gets its name only when its digest is the listed
+// one: the staging directory never shows bytes that were not proven, whatever happens to the
+// package file meanwhile.
 uint32_t DoVerifyFileInExtract(const char *name, const char *digest, uint32_t asRecord) {
-  const uint32_t extracted = asRecord != 0 ? BOOT_ExtractBinFile(name, BOOT_PKG_STAGING_DIR)
-                                           : BOOT_ExtractActualFile(name, BOOT_PKG_STAGING_DIR);
-  if (extracted != BOOT_INIT_OK) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                       "[BOOT_INIT][ERROR]:Verify one file, extract file %s failed.", name);
-    return Reject(name);
-  }
-  PathText path = {};
-  if (!JoinPath(path, BOOT_PKG_STAGING_DIR, name, "BOOT_DoVerifyFileInExtract")) {
-    return Reject(name);
-  }
-  std::array<uint8_t, BOOT_INIT_SHA256_LEN> digestBytes = {};
-  if (BOOT_INIT_Sha256Get(path.data(), digestBytes.data(), BOOT_INIT_SHA256_LEN) != BOOT_INIT_OK) {
-    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
-                       "[BOOT_INIT][ERROR]:Verify one file, cacl file %s hash value failed.",
-                       path.data());
-    return Reject(name);
+  StagedRecord copy;
+  switch (copy.Stage(name, BOOT_PKG_STAGING_DIR, asRecord != 0)) {
+    case StagedRecord::Outcome::kCopied:
+      break;
+    case StagedRecord::Outcome::kNotExtracted:
+      BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                         "[BOOT_INIT][ERROR]:Verify one file, extract file %s failed.", name);
+      return Reject(name);
+    case StagedRecord::Outcome::kNotHashed:
+      BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                         "[BOOT_INIT][ERROR]:Verify one file, cacl file %s hash value failed.",
+                         copy.path());
+      return Reject(name);
   }
   DigestText calc = {};
-  ToText(digestBytes, calc);
+  ToText(copy.digest(), calc);
   if (SWM_IsStringEqual(calc.data(), digest) == 0) {
     BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
                        "[BOOT_INIT][ERROR]:Verify file %s failed, calc:%s right hash:%s.", name,
                        calc.data(), digest);
+    return Reject(name);
+  }
+  if (!copy.Place()) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                       "[BOOT_INIT][ERROR]:Verify one file, extract file %s failed.", name);
     return Reject(name);
   }
   return BOOT_INIT_OK;

@@ -1,6 +1,7 @@
 // Writing one record of the open package out as a file: the whole record (its ".bin" form, the
-// bytes its listed digest covers) or only the file's own bytes. The copies made here are hashed
-// by their callers before anything trusts them.
+// bytes its listed digest covers) or only the file's own bytes. The plain copies made here are
+// hashed by their callers before anything trusts them; the staged copy is hashed while it is
+// made and named only once its digest was accepted.
 #include <fcntl.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -17,9 +18,11 @@
 #include "bootinit/package.h"
 #include "common/support/fixed_text.hpp"
 #include "common/support/messages.hpp"
+#include "common/support/staged_file.hpp"
 #include "common/support/unique_fd.hpp"
 #include "swm.h"
 #include "tkal.h"
+#include "verify/pkg_staged.hpp"
 #include "verify/pkg_support.hpp"
 
 namespace bootinit::pkg {
@@ -132,7 +135,72 @@ void RemoveFile(const char *dir, const char *name) {
   }
 }
 
+// Where a record's extracted part lies in the package and how long it is.
+struct Part {
+  off_t offset = 0;
+  uint32_t length = 0;
+};
+
+Part PartOf(const BOOT_PKG_FILE_NODE_S &node, bool asRecord) {
+  if (asRecord) {
+    return {static_cast<off_t>(node.recordOffset), node.recordLength};
+  }
+  return {static_cast<off_t>(node.recordOffset) + BOOT_PKG_FILE_HEADER_LEN, node.actualLength};
+}
+
 }  // namespace
+
+StagedRecord::~StagedRecord() {
+  if (hidden_[0] != '\0') {
+    (void)::unlink(hidden_.data());
+  }
+}
+
+StagedRecord::Outcome StagedRecord::Stage(const char *name, const char *dir, bool asRecord) {
+  const BOOT_PKG_FILE_NODE_S *node = IndexedFile(name);
+  if (node == nullptr || !MakeDir(dir) || !JoinPath(path_, dir, name, "BootExtractFile")) {
+    return Outcome::kNotExtracted;
+  }
+  BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][INFO]:Extract file: %s", path_.data());
+  RemoveIfPresent(path_.data());
+  fd_.reset(OpenStagedFile(dir, kFileMode, hidden_));
+  if (!fd_.valid()) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                       "[BOOT_INIT][ERROR]:Create file %s failed, errno=%d.", path_.data(), errno);
+    return Outcome::kNotExtracted;
+  }
+  const int package = BOOT_GetPkgInfo()->fd;
+  const Part part = PartOf(*node, asRecord);
+  if (::lseek(package, part.offset, SEEK_SET) != part.offset) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Copy file %s failed.",
+                       path_.data());
+    return Outcome::kNotExtracted;
+  }
+  CopyPart copy;
+  copy.outFd = fd_.get();
+  copy.length = part.length;
+  uint32_t copied = BOOT_INIT_OK;
+  const uint32_t hashed = Sha256CopyWithFd(package, part.length, copy, digest_, copied);
+  if (copied == BOOT_INIT_OK && hashed != BOOT_INIT_OK) {
+    return Outcome::kNotHashed;
+  }
+  if (copied != BOOT_INIT_OK) {  // a write failed, or the package ended before the part
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Copy file %s failed.",
+                       path_.data());
+    return Outcome::kNotExtracted;
+  }
+  return Outcome::kCopied;
+}
+
+bool StagedRecord::Place() {
+  if (!fd_.valid() || !PutStagedFile(fd_.get(), hidden_, path_.data())) {
+    BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
+                       "[BOOT_INIT][ERROR]:Create file %s failed, errno=%d.", path_.data(), errno);
+    return false;
+  }
+  return true;
+}
+
 }  // namespace bootinit::pkg
 
 using namespace bootinit::pkg;

@@ -2,7 +2,9 @@
 // index (in bucket order, with the verity selectors), one file read straight from the package,
 // and one file extracted into the staging directory and hashed there. Expected digests come
 // from bootpkg, which hashes with Python's own hashlib.
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -46,6 +48,41 @@ std::string Traverse(const std::string &name) {
 }
 
 std::string Staged(const std::string &name) { return kStaging + "/" + name; }
+
+// Watches a directory for names that appear in it (created, linked or renamed in), through the
+// kernel's own notification, so a name that exists only for a moment is seen as well.
+class NamesAppearing {
+ public:
+  explicit NamesAppearing(const std::string &dir) : fd_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+    if (fd_ >= 0) {
+      (void)::inotify_add_watch(fd_, dir.c_str(), IN_CREATE | IN_MOVED_TO);
+    }
+  }
+  NamesAppearing(const NamesAppearing &) = delete;
+  NamesAppearing &operator=(const NamesAppearing &) = delete;
+  ~NamesAppearing() {
+    if (fd_ >= 0) {
+      ::close(fd_);
+    }
+  }
+  [[nodiscard]] bool watching() const { return fd_ >= 0; }
+  // The names seen since the watch began, in order.
+  std::vector<std::string> Seen() const {
+    std::vector<std::string> names;
+    alignas(struct inotify_event) char buffer[4096];
+    for (ssize_t got = 0; (got = ::read(fd_, buffer, sizeof(buffer))) > 0;) {
+      for (ssize_t at = 0; at < got;) {
+        const auto *event = reinterpret_cast<const struct inotify_event *>(buffer + at);
+        names.emplace_back(event->len > 0 ? event->name : "");
+        at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
+      }
+    }
+    return names;
+  }
+
+ private:
+  int fd_;
+};
 
 std::string Extracting(const std::string &name) {
   return "[BOOT_INIT][INFO]:Extract file: " + Staged(name);
@@ -412,6 +449,34 @@ TEST_F(PkgCheckTest, AChangedCopyIsDeleted) {
                                          " right hash:" + listed_["app.bin"] + "."));
 }
 
+// The package file changed between the index build and the extraction (as another process could
+// change it): the copy does not match its digest and its name never appears in the staging
+// directory, not even for a moment; an intact package gives its proven copy under the name.
+TEST_F(PkgCheckTest, BytesChangedAfterTheIndexBuildNeverReachTheStagingDirectory) {
+  Prepare();
+  testsupport::MakeDir(kStaging);
+  const NodeView app = NodeOf("app.bin");
+  std::string bytes = pkgtest::PackageBytes();
+  const std::string intact = bytes;
+  bytes[app.offset + 352] = static_cast<char>(bytes[app.offset + 352] ^ 0x20);
+  pkgtest::WritePackage(bytes);  // in place: the index's descriptor reads the new bytes
+  testsupport::WriteFile("/opt/changed.bin", bytes.substr(app.offset, app.length));
+  const std::string calc = pkgtest::Sha256sum("/opt/changed.bin");
+  const NamesAppearing changed(kStaging);
+  ASSERT_TRUE(changed.watching());
+  EXPECT_EQ(BOOT_VerifyFileInExtract("app.bin", 1), kError);
+  EXPECT_THAT(changed.Seen(), IsEmpty());
+  EXPECT_TRUE(std::filesystem::is_empty(kStaging));
+  EXPECT_THAT(MainLog(), ElementsAre(Extracting("app.bin"),
+                                     "[BOOT_INIT][ERROR]:Verify file app.bin failed, calc:" + calc +
+                                         " right hash:" + listed_["app.bin"] + "."));
+  pkgtest::WritePackage(intact);
+  const NamesAppearing restored(kStaging);
+  EXPECT_EQ(BOOT_VerifyFileInExtract("app.bin", 1), 0u);
+  EXPECT_THAT(restored.Seen(), ElementsAre("app.bin"));
+  EXPECT_EQ(ReadFile(Staged("app.bin")), intact.substr(app.offset, app.length));
+}
+
 TEST_F(PkgCheckTest, AFileWithoutDigestNeverPasses) {
   Prepare();
   EXPECT_EQ(BOOT_VerifyFileInExtract("signature_filelist.bin", 1), kError);
@@ -449,7 +514,7 @@ TEST_F(PkgCheckTest, APartialCopyIsDeleted) {
   EXPECT_EQ(BOOT_VerifyFileInExtract("app.bin", 1), kError);
   EXPECT_FALSE(std::filesystem::exists(Staged("app.bin")));
   EXPECT_THAT(MainLog(),
-              ElementsAre(Extracting("app.bin"),
+              ElementsAre(Extracting("app.bin"), "[BOOT_INIT][ERROR]:Read file failed",
                           "[BOOT_INIT][ERROR]:Copy file " + Staged("app.bin") + " failed.",
                           "[BOOT_INIT][ERROR]:Verify one file, extract file app.bin failed."));
 }

@@ -1,6 +1,6 @@
 // The hashing read of a package range with the copy of a part of it. The crypto library is
 // opened for each run and closed when the run ends, as for every digest of the library.
-#include "extract/hash_copy.hpp"
+#include "common/support/hash_copy.hpp"
 
 #include <dlfcn.h>
 #include <sys/types.h>
@@ -13,7 +13,7 @@
 #include "common/support/c_owners.hpp"
 #include "tkal.h"
 
-namespace bootinit::extract {
+namespace bootinit {
 namespace {
 
 // One buffer of this size per run, whatever the range: memory stays constant.
@@ -83,6 +83,7 @@ uint32_t Sha256CopyWithFd(int fd, uint32_t length, const CopyPart &part, Digest 
     const std::size_t chunk = std::min<std::size_t>(length - done, kReadChunk);
     if (TKAL_FdRead(fd, buffer.get(), chunk) != static_cast<ssize_t>(chunk)) {
       BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Read file failed");
+      copyResult = BOOT_INIT_ERR_GENERAL;  // the part was not copied whole either
       return BOOT_INIT_ERROR;
     }
     run.Update(buffer.get(), chunk);
@@ -95,4 +96,4 @@ uint32_t Sha256CopyWithFd(int fd, uint32_t length, const CopyPart &part, Digest 
   return BOOT_INIT_OK;
 }
 
-}  // namespace bootinit::extract
+}  // namespace bootinit

@@ -1,5 +1,5 @@
-// One read of a byte range of the package that both hashes the range and writes a part of it
-// into the staged file, so that what is written is exactly what was hashed.
+// One read of a byte range of a package that both hashes the range and writes a part of it
+// into a staged file, so that what is written is exactly what was hashed.
 #pragma once
 
 #include <array>
@@ -7,7 +7,7 @@
 
 #include "bootinit/common.h"
 
-namespace bootinit::extract {
+namespace bootinit {
 
 using Digest = std::array<uint8_t, BOOT_INIT_SHA256_LEN>;
 
@@ -23,8 +23,8 @@ struct CopyPart {
 // of a descriptor range: 0; 0xFFFFFFFF without a crypto library or when fd delivers fewer bytes;
 // 0x10000005 without a read buffer. The part's bytes go to part.outFd as they are read;
 // copyResult is 0, or 1 when a write failed (the hashing goes on: the verdict on the bytes does
-// not depend on where they are copied).
+// not depend on where they are copied) or when fd delivered fewer bytes than the range.
 uint32_t Sha256CopyWithFd(int fd, uint32_t length, const CopyPart &part, Digest &digest,
                           uint32_t &copyResult);
 
-}  // namespace bootinit::extract
+}  // namespace bootinit
