@@ -36,8 +36,10 @@ void FreeSignedFiles() { BOOT_InitDllFreeAll(g_signedFiles, BOOT_INIT_ReleaseNod
 
 bool Exists(const PathText &path) { return TKAL_IsFileExist(path.data()) == 1; }
 
+// A signature file needs no list to come out, and its directory is not made here: the staging
+// directory is the verification's and /tmp the system's, and without them nothing is loaded.
 uint32_t Extract(const char *name, const char *package, const char *dir) {
-  return BOOT_INIT_ExtractFileByFileName(name, package, dir);
+  return ExtractFileInner(package, name, dir);
 }
 
 // The PSS pair when the package has its list, else the three classic files, each attempted

@@ -153,11 +153,13 @@ inline std::vector<std::string> Missing(const std::string &name, const std::stri
                                         const std::string &package = kPkgPath) {
   return {NoSuchFile(name), GetFileFailed(name), NotOk(name, dir, package)};
 }
-// A classic package's signature files: the PSS list is looked for first.
-inline std::vector<std::string> NoPssList(const std::string &dir,
-                                          const std::string &package = kPkgPath) {
-  return Missing("signature_pss_filelist", dir, package);
+// The two lines of a signature file the package does not hold, when the signed-file list is
+// loaded: the search fails, and its caller says so.
+inline std::vector<std::string> SignatureMissing(const std::string &name) {
+  return {NoSuchFile(name), GetFileFailed(name)};
 }
+// A classic package's signature files: the PSS list is looked for first.
+inline std::vector<std::string> NoPssList() { return SignatureMissing("signature_pss_filelist"); }
 inline std::string Mismatch(const std::string &name, const std::string &calc,
                             const std::string &listed) {
   return "[BOOT_INIT][ERROR]:Verify file " + name + " failed, calc:" + calc +
@@ -220,6 +222,12 @@ class ExtractTest : public testing::Test {
   }
 
   static std::string Out(const std::string &name) { return kOutDir + "/" + name; }
+
+  // The board runs package (by default the test's): its boot made the staging directory.
+  static void RunThisPackage(const std::string &package = kPkgPath) {
+    testsupport::SetEnv("next_bootfile", package);
+    testsupport::MakeDir(kStaging);
+  }
 
   int fds_ = 0;
 };

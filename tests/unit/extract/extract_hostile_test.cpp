@@ -35,7 +35,7 @@ std::vector<std::string> EverySignatureStops(const std::vector<std::string> &sto
   for (const std::string name :
        {"signature_pss_filelist", "signature_filelist", "signature_cms", "signature_crl"}) {
     lines.insert(lines.end(), stop.begin(), stop.end());
-    lines.insert(lines.end(), {GetFileFailed(name), NotOk(name, "/tmp")});
+    lines.push_back(GetFileFailed(name));
   }
   return lines;
 }
@@ -129,8 +129,8 @@ TEST_F(ExtractHostileTest, MissingSignatureFiles) {
   EXPECT_THAT(
       MainLog(),
       ElementsAreArray(Concat(
-          {Missing("signature_pss_filelist", "/tmp"), Missing("signature_filelist", "/tmp"),
-           Missing("signature_cms", "/tmp"), Missing("signature_crl", "/tmp"), NoSignatures()})));
+          {SignatureMissing("signature_pss_filelist"), SignatureMissing("signature_filelist"),
+           SignatureMissing("signature_cms"), SignatureMissing("signature_crl"), NoSignatures()})));
   ExpectNothingWritten();
 }
 
@@ -141,8 +141,8 @@ TEST_F(ExtractHostileTest, OnlyThePssSignature) {
   EXPECT_THAT(
       MainLog(),
       ElementsAreArray(Concat(
-          {Missing("signature_pss_filelist", "/tmp"), Missing("signature_filelist", "/tmp"),
-           Missing("signature_cms", "/tmp"), Missing("signature_crl", "/tmp"), NoSignatures()})));
+          {SignatureMissing("signature_pss_filelist"), SignatureMissing("signature_filelist"),
+           SignatureMissing("signature_cms"), SignatureMissing("signature_crl"), NoSignatures()})));
   ExpectNothingWritten();
 }
 
@@ -151,7 +151,7 @@ TEST_F(ExtractHostileTest, OnlyThePssList) {
   BuildThree("pss", {"--break", "missing-cms"});
   EXPECT_EQ(Extract("rootfs"), kError);
   EXPECT_THAT(MainLog(),
-              ElementsAreArray(Concat({Missing("signature_pss_cms", "/tmp"), NoSignatures()})));
+              ElementsAreArray(Concat({SignatureMissing("signature_pss_cms"), NoSignatures()})));
   ExpectNothingWritten();
 }
 
@@ -162,9 +162,8 @@ TEST_F(ExtractHostileTest, AClassicPackageWithoutItsSignatureOrCrl) {
     BuildThree("classic", {"--break", rule});
     EXPECT_EQ(Extract("rootfs"), kError);
     const std::string missing = rule == "missing-cms" ? "signature_cms" : "signature_crl";
-    EXPECT_THAT(
-        MainLog(),
-        ElementsAreArray(Concat({NoPssList("/tmp"), Missing(missing, "/tmp"), NoSignatures()})))
+    EXPECT_THAT(MainLog(),
+                ElementsAreArray(Concat({NoPssList(), SignatureMissing(missing), NoSignatures()})))
         << rule;
     ExpectNothingWritten();
   }
@@ -174,11 +173,11 @@ TEST_F(ExtractHostileTest, AClassicPackageWithoutItsSignatureOrCrl) {
 // later steps that read them again; only /tmp is cleaned.
 TEST_F(ExtractHostileTest, TheCurrentPackageWithOnlyItsPssList) {
   BuildThree("pss", {"--break", "missing-cms"});
-  testsupport::SetEnv("next_bootfile", kPkgPath);
+  RunThisPackage();
   EXPECT_EQ(Extract("rootfs"), kError);
   EXPECT_THAT(MainLog(),
               ElementsAreArray(
-                  Concat({Missing("signature_pss_cms", kStaging),
+                  Concat({SignatureMissing("signature_pss_cms"),
                           {"[BOOT_INIT][ERROR]:Extract curr package signature file list failed, "
                            "package:" +
                                kPkgPath + ", path:" + kStaging + ".",
@@ -261,7 +260,7 @@ TEST_F(ExtractHostileTest, DuplicateRecordNames) {
 // replaced by one with a gap, and the search itself refuses it.
 TEST_F(ExtractHostileTest, ALayoutFaultAfterTheListWasLoaded) {
   BuildThree("pss");
-  testsupport::SetEnv("next_bootfile", kPkgPath);
+  RunThisPackage();
   ASSERT_EQ(Extract("kernel.img.gz"), 0u);
   testsupport::RemovePath(kOutDir);
   testsupport::ClearMainLog();

@@ -90,7 +90,7 @@ TEST_F(ExtractListTest, TheFreeFlagIsSetOnlyForAnotherPackage) {
   EXPECT_EQ(freeAfter, 1u);
   EXPECT_EQ(g_signedFiles->count, 3u);
   BOOT_InitDllFreeAll(g_signedFiles, BOOT_INIT_ReleaseNode);
-  testsupport::SetEnv("next_bootfile", kPkgPath);
+  RunThisPackage();
   freeAfter = 0;
   EXPECT_EQ(GetSignedFiles(kPkgPath.c_str(), &freeAfter), 0u);
   EXPECT_EQ(freeAfter, 0u);
@@ -100,7 +100,7 @@ TEST_F(ExtractListTest, TheFreeFlagIsSetOnlyForAnotherPackage) {
 // Staged signature files of the current package that verify but do not hold a usable list.
 TEST_F(ExtractListTest, AVerifiedListThatCannotBeRead) {
   BuildThree();
-  testsupport::SetEnv("next_bootfile", kPkgPath);
+  RunThisPackage();
   const std::string list = kStaging + "/signature_pss_filelist";
   testsupport::WriteFile(list, pkgtest::MainSection("1", "Another Maker") +
                                    "[FILE1]\nFILENAME=rootfs.bin\nFILETYPE=1\nSHA256-DIGEST=" +
@@ -119,7 +119,7 @@ TEST_F(ExtractListTest, AVerifiedListThatCannotBeRead) {
 // A staged classic list is used when there is no PSS list; a staged PSS list wins over it.
 TEST_F(ExtractListTest, TheStagedListOfEitherScheme) {
   BuildThree("classic");
-  testsupport::SetEnv("next_bootfile", kPkgPath);
+  RunThisPackage();
   ASSERT_EQ(Extract("rootfs"), 0u);
   EXPECT_THAT(SafeLog(), ElementsAre(ClassicSuccess(kStaging)));
   testsupport::ClearMainLog();
@@ -159,13 +159,37 @@ TEST_F(ExtractListTest, TheListPathsJustFit) {
   const std::string dir = LongDir(361);  // the PSS list's path is 384 characters
   EXPECT_EQ(GetCurrPackageSignatureFilelist("/opt/none.cc", dir.c_str()), kError);
   const std::string shorter = LongDir(360);  // 383: both paths fit
-  EXPECT_EQ(GetCurrPackageSignatureFilelist("/opt/none.cc", shorter.c_str()), kNoFile);
+  EXPECT_EQ(GetCurrPackageSignatureFilelist("/opt/none.cc", shorter.c_str()), kError);
+  const std::string notOpened =
+      "[BOOT_INIT][ERROR]:ExtractFileInner: Open file failed, file path = /opt/none.cc, errno=2.";
   EXPECT_THAT(MainLog(),
-              ElementsAre("[BOOT_INIT][ERROR]:Get signature pss file list failed.", kCheckFailed,
-                          kCheckFailed, kCheckFailed, kCheckFailed,
+              ElementsAre("[BOOT_INIT][ERROR]:Get signature pss file list failed.", notOpened,
+                          notOpened, notOpened, notOpened,
                           "[BOOT_INIT][ERROR]:Extract curr package signature file list failed, "
                           "package:/opt/none.cc, path:" +
                               shorter + "."));
+}
+
+// The signature files go into their directory only when it is there: without the staging
+// directory (or /tmp) nothing is loaded, and every extraction that needs the list fails.
+TEST_F(ExtractListTest, AMissingSignatureDirectoryIsNotMade) {
+  BuildThree();
+  testsupport::SetEnv("next_bootfile", kPkgPath);
+  EXPECT_EQ(BOOT_INIT_ExtractFileByFileName("rootfs", kPkgPath.c_str(), kOutDir.c_str()), kError);
+  EXPECT_FALSE(std::filesystem::exists(kStaging));
+  const std::string pssList = kStaging + "/signature_pss_filelist";
+  EXPECT_THAT(MainLog(),
+              ElementsAreArray(Concat(
+                  {{"[BOOT_INIT][ERROR]:ExtractFile: create file " + pssList + " failed, errno=2.",
+                    "[BOOT_INIT][ERROR]:ExtractFileInner: extract file " + pssList + " failed"},
+                   SignatureMissing("signature_filelist"),
+                   SignatureMissing("signature_cms"),
+                   SignatureMissing("signature_crl"),
+                   {"[BOOT_INIT][ERROR]:Extract curr package signature file list failed, package:" +
+                        kPkgPath + ", path:" + kStaging + ".",
+                    "[BOOT_INIT][ERROR]:get signature failed",
+                    "[BOOT_INIT][ERROR]:get signed files failed"}})));
+  EXPECT_TRUE(DirState(kOutDir).empty());
 }
 
 // Only /tmp is cleaned, of exactly the five signature files (links as links, never their target).
@@ -195,6 +219,7 @@ TEST_F(ExtractListTest, CleaningTouchesOnlyTheSignatureFilesOfTmp) {
 // and their results together decide.
 TEST_F(ExtractListTest, ExtractingTheSignatureFiles) {
   BuildThree();
+  testsupport::MakeDir(kOutDir);
   EXPECT_EQ(ExtractSignatureFilelist(kPkgPath.c_str(), kOutDir.c_str()), 0u);
   EXPECT_EQ(DirState(kOutDir),
             (std::map<std::string, std::string>{
@@ -202,16 +227,17 @@ TEST_F(ExtractListTest, ExtractingTheSignatureFiles) {
                 {"signature_pss_filelist", RecordBytes("signature_pss_filelist", false)}}));
   BuildThree("classic", {"--break", "missing-cms"});
   testsupport::RemovePath(kOutDir);
+  testsupport::MakeDir(kOutDir);
   testsupport::ClearMainLog();
   EXPECT_EQ(ExtractSignatureFilelist(kPkgPath.c_str(), kOutDir.c_str()), kNotFound);
   EXPECT_EQ(DirState(kOutDir).size(), 2u);  // the list and the CRL
   EXPECT_EQ(GetInputPackageSignatureFilelist(kPkgPath.c_str(), kOutDir.c_str()), kNotFound);
   EXPECT_THAT(MainLog(),
               ElementsAreArray(
-                  Concat({NoPssList(kOutDir),
-                          Missing("signature_cms", kOutDir),
-                          NoPssList(kOutDir),
-                          Missing("signature_cms", kOutDir),
+                  Concat({NoPssList(),
+                          SignatureMissing("signature_cms"),
+                          NoPssList(),
+                          SignatureMissing("signature_cms"),
                           {"[BOOT_INIT][ERROR]:Extract input package signature file list failed, "
                            "package:" +
                            kPkgPath + ", path:" + kOutDir + "."}})));

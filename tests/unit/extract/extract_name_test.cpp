@@ -58,7 +58,7 @@ TEST_F(ExtractNameTest, TheClassicScheme) {
   EXPECT_EQ(ReadFile(Out("rootfs")), kRootfs);
   EXPECT_EQ(Extract("rootfs.bin"), 0u);
   EXPECT_EQ(ReadFile(Out("rootfs.bin")), RecordBytes("rootfs", true));
-  EXPECT_THAT(MainLog(), ElementsAreArray(Concat({NoPssList("/tmp"), NoPssList("/tmp")})));
+  EXPECT_THAT(MainLog(), ElementsAreArray(Concat({NoPssList(), NoPssList()})));
   EXPECT_THAT(SafeLog(), ElementsAre(ClassicSuccess("/tmp"), ClassicSuccess("/tmp")));
   EXPECT_THAT(TmpSignatureFiles(), IsEmpty());
 }
@@ -75,7 +75,7 @@ TEST_F(ExtractNameTest, AnEmptyFileIsProvenByItsRecord) {
 // staging directory for later steps, and /tmp is not used.
 TEST_F(ExtractNameTest, TheCurrentPackagesListIsKept) {
   BuildThree();
-  testsupport::SetEnv("next_bootfile", kPkgPath);
+  RunThisPackage();
   EXPECT_EQ(Extract("kernel.img.gz"), 0u);
   EXPECT_THAT(SafeLog(), ElementsAre(PssSuccess(kStaging)));
   const std::vector<Listed> records = pkgtest::ListPackage();
@@ -101,7 +101,7 @@ TEST_F(ExtractNameTest, TheCurrentPackagesListIsKept) {
 // are (checked against their signature all the same), not extracted once more.
 TEST_F(ExtractNameTest, StagedSignatureFilesOfTheCurrentPackageAreUsedAgain) {
   BuildThree();
-  testsupport::SetEnv("next_bootfile", kPkgPath);
+  RunThisPackage();
   ASSERT_EQ(Extract("kernel.img.gz"), 0u);
   const ino_t inode = StatOf(kStaging + "/signature_pss_filelist").st_ino;
   BOOT_InitDllFreeAll(g_signedFiles, BOOT_INIT_ReleaseNode);  // as a new process finds it
@@ -116,7 +116,7 @@ TEST_F(ExtractNameTest, AnotherPackageDropsTheKeptList) {
   BuildThree();
   const std::string current = "/opt/kytv8/home/current.cc";
   std::filesystem::copy_file(kPkgPath, current);
-  testsupport::SetEnv("next_bootfile", current);
+  RunThisPackage(current);
   ASSERT_EQ(Extract("kernel.img.gz", kOutDir, current), 0u);
   EXPECT_EQ(g_signedFiles->count, 3u);
   EXPECT_EQ(Extract("rootfs"), 0u);
@@ -136,6 +136,19 @@ TEST_F(ExtractNameTest, SignatureFilesComeOutUnchecked) {
   EXPECT_EQ(ReadFile(Out("signature_crl")), ReadFile(Pki("crl_empty.der")));
   EXPECT_THAT(SafeLog(), IsEmpty());
   EXPECT_THAT(MainLog(), IsEmpty());
+}
+
+// With the current package's list loaded, a signature file neither reloads nor frees it.
+TEST_F(ExtractNameTest, ASignatureFileLeavesTheLoadedListAsItIs) {
+  BuildThree();
+  RunThisPackage();
+  ASSERT_EQ(Extract("rootfs"), 0u);
+  ASSERT_EQ(g_signedFiles->count, 3u);
+  const void *first = g_signedFiles->links.next;
+  EXPECT_EQ(Extract("signature_pss_cms"), 0u);
+  EXPECT_EQ(g_signedFiles->count, 3u);
+  EXPECT_EQ(g_signedFiles->links.next, first);
+  EXPECT_THAT(SafeLog(), ElementsAre(PssSuccess(kStaging)));
 }
 
 TEST_F(ExtractNameTest, WhatLayAtTheNameIsReplaced) {
@@ -222,7 +235,7 @@ TEST_F(ExtractRefusalTest, ASignerTheRootDoesNotKnow) {
     const std::string list =
         scheme == "pss" ? "/tmp/signature_pss_filelist" : "/tmp/signature_filelist";
     const std::vector<std::string> tried =
-        scheme == "pss" ? std::vector<std::string>{} : NoPssList("/tmp");
+        scheme == "pss" ? std::vector<std::string>{} : NoPssList();
     EXPECT_THAT(MainLog(), ElementsAreArray(
                                Concat({tried,
                                        {"[BOOT_INIT][ERROR]:get signature file list and verify cms "

@@ -76,7 +76,7 @@ TEST_F(ExtractOperTest, TheArgumentCount) {
 }
 
 TEST_F(ExtractOperTest, TheExtractType) {
-  for (const std::string type : {"a1", "-1", "", " 1", "0x1", "1 "}) {
+  for (const std::string type : {"1x", "a1", "-1", "", " 1", "0x1", "1 "}) {
     testsupport::ClearMainLog();
     EXPECT_EQ(CallOperation(BOOT_InitOperExtractFile, {type, kPkgPath, "rootfs", kOutDir}), 1u);
     EXPECT_THAT(MainLog(), ElementsAre("[BOOT_INIT][ERROR]:Extract file, extract type should only "
