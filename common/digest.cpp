@@ -18,6 +18,7 @@
 #include "bootinit/log.h"
 #include "boundedstr.h"
 #include "common/support/c_owners.hpp"
+#include "common/support/crypto_run.hpp"
 #include "common/support/dl_library.hpp"
 #include "common/support/fixed_text.hpp"
 #include "common/support/messages.hpp"
@@ -102,40 +103,10 @@ ReadBuffer NewReadBuffer(const char *function) {
   return buffer;
 }
 
-// One digest run: the crypto handle lives here and its library is closed when the run ends,
-// on every path.
-class CryptoRun {
- public:
-  // The handle is value-initialised as well, so a failed zeroing costs only the warning.
-  explicit CryptoRun(const char *function) {
-    WarnMemset(&handle_, sizeof(handle_), function, __LINE__);
-  }
-  CryptoRun(const CryptoRun &) = delete;
-  CryptoRun &operator=(const CryptoRun &) = delete;
-  ~CryptoRun() {
-    if (handle_.handle != nullptr) {
-      (void)::dlclose(handle_.handle);
-    }
-  }
-
-  [[nodiscard]] bool Load() {
-    if (LoadCryptoSymbols(handle_) != BOOT_INIT_OK) {
-      BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:load crypto symbols failed");
-      return false;
-    }
-    return true;
-  }
-
-  // The results of the library's calls are not looked at: on valid arguments they cannot fail.
-  void Init() { (void)handle_.init(&handle_.ctx); }
-  void Update(const unsigned char *data, std::size_t len) {
-    (void)handle_.update(&handle_.ctx, data, len);
-  }
-  void Final(uint8_t *digest) { (void)handle_.final(digest, &handle_.ctx); }
-
- private:
-  BOOT_INIT_CRYPTO_HANDLE_S handle_{};
-};
+// The handle is value-initialised as well, so a failed zeroing costs only the warning.
+void ZeroHandle(CryptoRun &run, const char *function) {
+  WarnMemset(&run.handle(), sizeof(run.handle()), function, __LINE__);
+}
 
 void LogInvalidLen(uint32_t digestLen) {
   BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN,
@@ -176,7 +147,8 @@ uint32_t Sha256Get(const char *path, uint8_t *digest, uint32_t digestLen) {
     LogInvalidLen(digestLen);
     return BOOT_INIT_ERR_PARAM;
   }
-  CryptoRun run("BOOT_INIT_Sha256Get");
+  CryptoRun run;
+  ZeroHandle(run, "BOOT_INIT_Sha256Get");
   if (!run.Load()) {
     return BOOT_INIT_ERROR;
   }
@@ -210,7 +182,8 @@ uint32_t Sha256GetWithFd(int fd, uint32_t length, uint8_t *digest, uint32_t dige
     LogInvalidLen(digestLen);
     return BOOT_INIT_ERR_PARAM;
   }
-  CryptoRun run("BOOT_INIT_Sha256GetWithFd");
+  CryptoRun run;
+  ZeroHandle(run, "BOOT_INIT_Sha256GetWithFd");
   if (!run.Load()) {
     return BOOT_INIT_ERROR;
   }

@@ -1,8 +1,8 @@
 // The hashing read of a package range with the copy of a part of it. The crypto library is
-// opened for each run and closed when the run ends, as for every digest of the library.
+// opened for each run and closed when the run ends, as for every digest of the library
+// (CryptoRun).
 #include "common/support/hash_copy.hpp"
 
-#include <dlfcn.h>
 #include <sys/types.h>
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 
 #include "bootinit/log.h"
 #include "common/support/c_owners.hpp"
+#include "common/support/crypto_run.hpp"
 #include "tkal.h"
 
 namespace bootinit {
@@ -18,37 +19,6 @@ namespace {
 
 // One buffer of this size per run, whatever the range: memory stays constant.
 constexpr std::size_t kReadChunk = 32768;
-
-// The crypto library's functions for one run; the library is closed when the run ends.
-class CryptoRun {
- public:
-  CryptoRun() = default;
-  CryptoRun(const CryptoRun &) = delete;
-  CryptoRun &operator=(const CryptoRun &) = delete;
-  ~CryptoRun() {
-    if (handle_.handle != nullptr) {
-      (void)::dlclose(handle_.handle);
-    }
-  }
-
-  [[nodiscard]] bool Load() {
-    if (BOOT_INIT_LoadCryptoSymbols(&handle_) != BOOT_INIT_OK) {
-      BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:load crypto symbols failed");
-      return false;
-    }
-    return true;
-  }
-
-  // On valid arguments the library's calls cannot fail; their results are not looked at.
-  void Init() { (void)handle_.init(&handle_.ctx); }
-  void Update(const unsigned char *data, std::size_t len) {
-    (void)handle_.update(&handle_.ctx, data, len);
-  }
-  void Final(uint8_t *digest) { (void)handle_.final(digest, &handle_.ctx); }
-
- private:
-  BOOT_INIT_CRYPTO_HANDLE_S handle_{};
-};
 
 // Writes the bytes of one chunk, read at range offset at, that fall inside the part.
 bool WritePart(const CopyPart &part, std::size_t at, const unsigned char *chunk, std::size_t len) {

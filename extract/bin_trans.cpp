@@ -13,6 +13,7 @@
 #include "bootinit/log.h"
 #include "bootinit/package.h"
 #include "common/support/messages.hpp"
+#include "common/support/owned_files.hpp"
 #include "common/support/unique_fd.hpp"
 #include "extract/extract_support.hpp"
 #include "swm.h"

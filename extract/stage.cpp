@@ -14,6 +14,7 @@
 #include "bootinit/extract.h"
 #include "bootinit/log.h"
 #include "common/support/fixed_text.hpp"
+#include "common/support/owned_files.hpp"
 #include "common/support/staged_file.hpp"
 #include "common/support/unique_fd.hpp"
 #include "extract/extract_support.hpp"
@@ -25,13 +26,6 @@ namespace {
 
 std::span<char> HiddenPath(BOOT_EXTRACT_TARGET_S &target) {
   return {target.stagedPath, BOOT_EXTRACT_PATH_LEN};
-}
-
-// Whatever lies at the path goes first, a symbolic link as the link itself; never a directory.
-void RemoveIfPresent(const char *path) {
-  if (TKAL_IsFileExist(path) == 1 || TKAL_IsSymLink(path) == 1) {
-    (void)TKAL_DelFile(path);
-  }
 }
 
 // Owns the staged file of one extraction: its descriptor, and the name of a named one, which

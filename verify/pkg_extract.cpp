@@ -18,6 +18,7 @@
 #include "bootinit/package.h"
 #include "common/support/fixed_text.hpp"
 #include "common/support/messages.hpp"
+#include "common/support/owned_files.hpp"
 #include "common/support/staged_file.hpp"
 #include "common/support/unique_fd.hpp"
 #include "swm.h"
@@ -28,33 +29,17 @@
 namespace bootinit::pkg {
 namespace {
 
-constexpr mode_t kDirMode = 0750;
-constexpr mode_t kFileMode = 0700;
-constexpr const char *kOwner = "swm";
-constexpr uid_t kDefaultOwnerId = 2000;
 // The copy helper counts in signed 32 bits; longer records are copied in pieces of this size.
 constexpr uint32_t kCopyPiece = 0x40000000U;
 
 bool MakeDir(const char *dir) {
-  if (TKAL_IsDirExist(dir) == 1) {
-    return true;
-  }
-  const uint32_t ret = SWM_MkParentDir(dir, TKAL_GetUidByName(kOwner, kDefaultOwnerId),
-                                       TKAL_GetGidByName(kOwner, kDefaultOwnerId), kDirMode);
+  const uint32_t ret = MakeOwnedDir(dir);
   if (ret != SWM_OK) {
     BOOT_INIT_LogWrite(BOOT_INIT_LOG_TYPE_MAIN, "[BOOT_INIT][ERROR]:Create dir %s failed, ret=%u.",
                        dir, ret);
     return false;
   }
   return true;
-}
-
-// Whatever lies at the path goes first, a symbolic link as the link itself, so the new file is
-// never written through a link.
-void RemoveIfPresent(const char *path) {
-  if (TKAL_IsFileExist(path) == 1 || TKAL_IsSymLink(path) == 1) {
-    (void)TKAL_DelFile(path);
-  }
 }
 
 // length bytes of src from offset onto dst's current position, through the library's copy.

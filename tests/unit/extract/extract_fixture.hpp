@@ -29,6 +29,7 @@
 namespace extracttest {
 
 using pkgtest::Bootpkg;
+using pkgtest::Concat;
 using pkgtest::Input;
 using pkgtest::kPkgPath;
 using pkgtest::Listed;
@@ -171,14 +172,6 @@ inline std::string PssSuccess(const std::string &dir) {
 inline std::string ClassicSuccess(const std::string &dir) {
   return "[BOOT_INIT][SECURITY]verify signature success, source file:" + dir +
          "/signature_filelist.";
-}
-
-inline std::vector<std::string> Concat(std::vector<std::vector<std::string>> parts) {
-  std::vector<std::string> all;
-  for (auto &part : parts) {
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
 }
 
 class ExtractTest : public testing::Test {

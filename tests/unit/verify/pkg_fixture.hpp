@@ -383,4 +383,13 @@ class PkgTest : public testing::Test {
   int fds_ = 0;
 };
 
+// The lines of several expected parts, in order.
+inline std::vector<std::string> Concat(std::vector<std::vector<std::string>> parts) {
+  std::vector<std::string> all;
+  for (auto &part : parts) {
+    all.insert(all.end(), part.begin(), part.end());
+  }
+  return all;
+}
+
 }  // namespace pkgtest

@@ -18,6 +18,7 @@
 
 namespace {
 
+using pkgtest::Concat;
 using pkgtest::Input;
 using pkgtest::kError;
 using pkgtest::kPkgPath;
@@ -89,14 +90,6 @@ std::vector<std::string> NotInPackage(const std::string &name,
           "[BOOT_INIT][WARNING]:ExtractFileInner: get file failed, name:" + name,
           "[BOOT_INIT][WARNING]:extract file " + name + " from " + package + " to " + kStaging +
               " not ok."};
-}
-
-std::vector<std::string> Concat(std::vector<std::vector<std::string>> parts) {
-  std::vector<std::string> all;
-  for (auto &part : parts) {
-    all.insert(all.end(), part.begin(), part.end());
-  }
-  return all;
 }
 
 class PkgSignatureTest : public pkgtest::PkgTest {
